@@ -1,0 +1,8 @@
+// libIMB: pixel and image primitives.
+//
+// The umbrella header: includes every public header of the library.
+#pragma once
+
+#include <IMB/IMB_API.h>
+#include <IMB/IMB_Formats.h>
+#include <IMB/IMB_Raster.h>
