@@ -1,0 +1,634 @@
+// IMB_Lookup evaluation: single values, blocks, cubes, grid values, repair,
+// sampling grids, inversion and composition, each against scalar references
+// written here from the rules.
+#include <IMB/IMB.h>
+#include <IMB/platform/CRV_Clip.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+#include <vector>
+
+// The library befriends this struct; the tests use it to reach the private
+// preparation and repair steps and to set fields the setters would order.
+namespace imb_detail
+{
+struct LookupAccess
+{
+    static bool correct(IMB_Lookup &l) { return l.correctLUT(); }
+    static void prep1D(IMB_Lookup &l, float *grid, int size, bool linear, double lo, double hi)
+    {
+        l.prep1DLUT(grid, size, linear, lo, hi);
+    }
+    static void prep3D(IMB_Lookup &l, bool linear, double lo, double hi, int large)
+    {
+        l.prep3DLUT(linear, lo, hi, 0.0, large);
+    }
+    static void rawDomain(IMB_Lookup &l, float lo, float hi, float rlo, float rhi)
+    {
+        l.myDomainMin = lo;
+        l.myDomainMax = hi;
+        l.myRangeMin = rlo;
+        l.myRangeMax = rhi;
+    }
+    static float preShift(const IMB_Lookup &l) { return l.getPreShift(); }
+};
+} // namespace imb_detail
+
+namespace
+{
+using Access = imb_detail::LookupAccess;
+
+IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
+
+// Linear interpolation of a sample array at a position clamped to its ends.
+double refSample(const std::vector<double> &t, double pos)
+{
+    const int last = static_cast<int>(t.size()) - 1;
+    if (!(pos > 0))
+        return t[0];
+    if (pos >= last)
+        return t[last];
+    const int i = static_cast<int>(std::floor(pos));
+    return t[i] + (t[i + 1] - t[i]) * (pos - i);
+}
+
+// A table of three distinct tracks of n samples.
+IMB_Lookup makeRgb(int n, std::vector<double> tracks[3])
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_RGB);
+    lut.setTableSize(n);
+    for (int c = 0; c < 3; ++c)
+    {
+        tracks[c].resize(n);
+        for (int i = 0; i < n; ++i)
+            tracks[c][i] = c == 0 ? i * i : (c == 1 ? std::sqrt(i) : 10.0 - i);
+        std::copy(tracks[c].begin(), tracks[c].end(), lut.getRawLUT(T(1 << c)));
+    }
+    return lut;
+}
+
+// --------------------------------------------------------------- single values
+
+TEST(LookupEval, LinearSingleValuesIgnoreTheDomainAndMapTheRange)
+{
+    std::vector<double> t[3];
+    IMB_Lookup lut = makeRgb(5, t);
+    lut.setDomain(2.0f, 3.0f); // not used without log sampling
+    for (float x : {0.0f, 0.3f, 0.5f, 0.99f, 1.0f, 1.5f, -0.25f})
+    {
+        EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, x), refSample(t[0], 4.0 * x)) << x;
+        EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_G, x), refSample(t[1], 4.0 * x)) << x;
+        EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_B, x), refSample(t[2], 4.0 * x)) << x;
+    }
+    EXPECT_EQ(lut.evalLUT(IMB_LUT_A, 0.7f), 0.7f); // no alpha table: input back
+    lut.setRange(-1.0f, 3.0f);
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 0.3f), (refSample(t[0], 1.2) + 1.0) / 4.0);
+
+    float rgb[3] = {0.25f, 0.5f, 0.75f};
+    lut.setRange(0.0f, 1.0f);
+    lut.evalLUT(rgb);
+    EXPECT_FLOAT_EQ(rgb[0], refSample(t[0], 1.0));
+    EXPECT_FLOAT_EQ(rgb[1], refSample(t[1], 2.0));
+    EXPECT_FLOAT_EQ(rgb[2], refSample(t[2], 3.0));
+
+    IMB_Lookup empty;
+    EXPECT_EQ(empty.evalLUT(IMB_LUT_R, 0.4f), 0.4f);
+}
+
+TEST(LookupEval, LogSingleValuesUseTheTrackLengthNotLengthMinusOne)
+{
+    std::vector<double> t[3];
+    IMB_Lookup lut = makeRgb(8, t);
+    lut.setLogSampling(true);
+    lut.setDomain(1.0f, 100.0f);
+    // pos = N (ln x - ln 1)/(ln 100 - ln 1): 10 is position 4 of 8, 100 is
+    // position 8, one past the last sample.
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 10.0f), 16.0f);
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 100.0f), 49.0f);
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 1000.0f), 49.0f);
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 0.5f), 0.0f);
+    const double x = 5.0, pos = 8.0 * std::log(x) / std::log(100.0);
+    EXPECT_NEAR(lut.evalLUT(IMB_LUT_G, static_cast<float>(x)), refSample(t[1], pos), 1e-5);
+}
+
+// --------------------------------------------------------------- blocks
+
+TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_ALL);
+    lut.setTableSize(3);
+    double *t = lut.getRawLUT(IMB_LUT_R);
+    t[0] = 0.0, t[1] = 0.5, t[2] = 2.0;
+    lut.setRange(0.0f, 2.0f);
+    float out[5];
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_G, 5, out, 0u, 255u));
+    const float raw[5] = {0.0f, 0.25f, 0.5f, 1.25f, 2.0f};
+    for (int i = 0; i < 5; ++i)
+        EXPECT_FLOAT_EQ(out[i], raw[i] * 127.5f) << i;
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_G, 5, out, 7u, 7u)); // equal points: unmapped
+    for (int i = 0; i < 5; ++i)
+        EXPECT_FLOAT_EQ(out[i], raw[i]) << i;
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_G, 5, out, 0u, 2u)); // points equal to the range
+    for (int i = 0; i < 5; ++i)
+        EXPECT_FLOAT_EQ(out[i], raw[i]) << i;
+
+    // The float form resamples [N from, N to - 1] without log sampling.
+    lut.setTableSize(5);
+    t = lut.getRawLUT(IMB_LUT_R);
+    for (int i = 0; i < 5; ++i)
+        t[i] = 10.0 * i;
+    float part[4];
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_R, 4, part, 0.0f, 2.0f, 0.0f, 0.5f));
+    const float want[4] = {0.0f, 5.0f, 10.0f, 15.0f};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_FLOAT_EQ(part[i], want[i]) << i;
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_R, 4, part, 1.0f, 2.0f, 0.0f, 0.5f)); // k = 1/2, + 1
+    for (int i = 0; i < 4; ++i)
+        EXPECT_FLOAT_EQ(part[i], want[i] * 0.5f + 1.0f) << i;
+    lut.setLogSampling(true); // the whole track whatever from and to say
+    ASSERT_TRUE(lut.evalLUT(IMB_LUT_R, 4, part, 0.0f, 2.0f, 0.0f, 0.5f));
+    EXPECT_FLOAT_EQ(part[3], 40.0f);
+
+    lut.setType(IMB_LUT_R);
+    EXPECT_FALSE(lut.evalLUT(IMB_LUT_B, 4, part, 0u, 1u));
+}
+
+// --------------------------------------------------------------- cubes
+
+struct RefCube
+{
+    int n;
+    std::vector<float> v; // n^3 triples, red fastest
+    float at(int r, int g, int b, int c) const
+    {
+        r = std::min(r, n - 1), g = std::min(g, n - 1), b = std::min(b, n - 1);
+        return v[3 * (r + n * g + n * n * b) + c];
+    }
+    // Trilinear at sample positions, red then green then blue, skipping
+    // fractions up to 1e-5.
+    void lookup(double pr, double pg, double pb, float out[3]) const
+    {
+        auto split = [&](double p, int &i, double &f) {
+            p = std::min(std::max(p, 0.0), static_cast<double>(n - 1));
+            i = static_cast<int>(std::floor(p));
+            f = p - i;
+            if (f <= 1e-5)
+                f = 0.0;
+        };
+        int ir, ig, ib;
+        double fr, fg, fb;
+        split(pr, ir, fr), split(pg, ig, fg), split(pb, ib, fb);
+        for (int c = 0; c < 3; ++c)
+        {
+            auto lr = [&](int g, int b) {
+                return at(ir, g, b, c) + (at(ir + 1, g, b, c) - at(ir, g, b, c)) * fr;
+            };
+            const double y0 = lr(ig, ib) + (lr(ig + 1, ib) - lr(ig, ib)) * fg;
+            const double y1 = lr(ig, ib + 1) + (lr(ig + 1, ib + 1) - lr(ig, ib + 1)) * fg;
+            out[c] = static_cast<float>(y0 + (y1 - y0) * fb);
+        }
+    }
+};
+
+RefCube randomCube(int n, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<float> d(-0.2f, 1.2f);
+    RefCube c{n, std::vector<float>(3 * n * n * n)};
+    for (float &x : c.v)
+        x = d(gen);
+    return c;
+}
+
+TEST(LookupEval, CubeIsTrilinearWithClampedInputsAndPaddedTopFaces)
+{
+    const RefCube ref = randomCube(5, 1);
+    IMB_Lookup lut;
+    lut.set3DLUT(ref.n, ref.v.data());
+    std::mt19937 gen(2);
+    std::uniform_real_distribution<float> d(-0.3f, 1.3f);
+    std::vector<std::array<float, 3>> inputs = {{0, 0, 0}, {1, 1, 1}, {0.5f, 1, 0.25f}, {-1, 2, 0.75f}};
+    for (int i = 0; i < 200; ++i)
+        inputs.push_back({d(gen), d(gen), d(gen)});
+    for (const auto &in : inputs)
+    {
+        float got[3] = {in[0], in[1], in[2]}, want[3];
+        lut.eval3DLUT(got);
+        auto pos = [&](float c) { return 4.0 * std::min(std::max<double>(c, 0.0), 1.0); };
+        ref.lookup(pos(in[0]), pos(in[1]), pos(in[2]), want);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(got[c], want[c], 2e-6) << in[0] << " " << in[1] << " " << in[2];
+        float viaEval[3] = {in[0], in[1], in[2]};
+        lut.evalLUT(viaEval); // cube types evaluate through the cube
+        EXPECT_EQ(viaEval[0], got[0]);
+    }
+}
+
+TEST(LookupEval, CubeFractionOfFiveMillionthsTakesTheLowerSample)
+{
+    // Edge 2: positions equal the inputs; red jumps from 0 to 1000.
+    RefCube ref{2, std::vector<float>(24, 0.0f)};
+    for (int i = 1; i < 8; i += 2)
+        ref.v[3 * i] = 1000.0f;
+    IMB_Lookup lut;
+    lut.set3DLUT(2, ref.v.data());
+    float rgb[3] = {0.000005f, 0.0f, 0.0f};
+    lut.eval3DLUT(rgb);
+    EXPECT_EQ(rgb[0], 0.0f);
+    float rgb2[3] = {0.00002f, 0.0f, 0.0f};
+    lut.eval3DLUT(rgb2);
+    EXPECT_NEAR(rgb2[0], 0.02f, 1e-6f);
+}
+
+TEST(LookupEval, LogCubeAndPreTableCubeMapInputsBeforeTheLookup)
+{
+    const RefCube ref = randomCube(4, 3);
+    IMB_Lookup lut;
+    lut.set3DLUT(ref.n, ref.v.data());
+    lut.setLogSampling(true);
+    lut.setDomain(0.01f, 10.0f);
+    const double lo = std::log(0.01), hi = std::log(10.0);
+    for (float x : {0.001f, 0.01f, 0.05f, 0.7f, 3.0f, 10.0f, 50.0f})
+    {
+        float got[3] = {x, 0.2f, 5.0f}, want[3];
+        auto pos = [&](float c) {
+            const double v = std::min(std::max<double>(c, 0.01), 10.0);
+            return (std::log(v) - lo) * 3.0 / (hi - lo);
+        };
+        ref.lookup(pos(x), pos(0.2f), pos(5.0f), want);
+        lut.eval3DLUT(got);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(got[c], want[c], 1e-5) << x;
+    }
+
+    IMB_Lookup pre;
+    pre.setType(IMB_LUT_3D_1D);
+    pre.setTableSize(5);
+    std::vector<double> p = {0.0, 0.1, 0.5, 0.6, 1.0};
+    std::copy(p.begin(), p.end(), pre.getRawLUT(T(32))); // the shared pre-table
+    pre.set3DLUT(ref.n, ref.v.data());
+    pre.setDomain(0.0f, 2.0f);
+    for (float x : {-1.0f, 0.0f, 0.3f, 1.1f, 2.0f, 3.0f})
+    {
+        float got[3] = {x, 1.0f, 0.5f}, want[3];
+        auto pos = [&](float c) {
+            const double v = std::min(std::max<double>(c, 0.0), 2.0);
+            return 3.0 * refSample(p, v * 4.0 / 2.0);
+        };
+        ref.lookup(pos(x), pos(1.0f), pos(0.5f), want);
+        pre.eval3DLUT(got);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(got[c], want[c], 1e-5) << x;
+    }
+}
+
+// --------------------------------------------------------------- grid values
+
+TEST(LookupEval, IndexToValueUsesTheSinglePrecisionE)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_C);
+    lut.setTableSize(5);
+    lut.setDomain(2.0f, 4.0f);
+    EXPECT_DOUBLE_EQ(lut.indexToValue(0), 2.0);
+    EXPECT_DOUBLE_EQ(lut.indexToValue(3), 3.5);
+    lut.setTableSize(3);
+    lut.setLogSampling(true);
+    lut.setDomain(1.0f, 100.0f);
+    const double e = 2.7182819843292236;
+    EXPECT_DOUBLE_EQ(lut.indexToValue(1), std::pow(e, std::log(100.0) * 0.5));
+    EXPECT_DOUBLE_EQ(lut.indexToValue(2), std::pow(e, std::log(100.0)));
+    EXPECT_GT(lut.indexToValue(2) - 100.0, 2e-5); // the float e shows
+
+    // A cube type still counts over the track length (bit 64 is in 127).
+    IMB_Lookup cube;
+    cube.setTableSize(11);
+    const RefCube ref = randomCube(3, 4);
+    cube.set3DLUT(3, ref.v.data());
+    cube.setDomain(0.0f, 1.0f);
+    EXPECT_DOUBLE_EQ(cube.indexToValue(1), 0.1);
+    // Only a type word without those bits counts over the cube edge.
+    IMB_Lookup bare;
+    bare.setType(T(0));
+    bare.setTableSize(11);
+    bare.set3DLUT(3, ref.v.data());
+    EXPECT_DOUBLE_EQ(bare.indexToValue(1), 0.5);
+}
+
+// --------------------------------------------------------------- repair and clamping
+
+TEST(LookupEval, CorrectLUTSwapsReversedDomainsAndRefusesEmptyOnes)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_C);
+    lut.setTableSize(4);
+    Access::rawDomain(lut, 5.0f, 1.0f, 0.75f, 0.25f);
+    EXPECT_TRUE(Access::correct(lut));
+    float lo, hi;
+    lut.getDomain(lo, hi);
+    EXPECT_EQ(lo, 1.0f);
+    EXPECT_EQ(hi, 5.0f);
+    lut.getRange(lo, hi);
+    EXPECT_EQ(lo, 0.25f);
+    EXPECT_EQ(hi, 0.75f);
+
+    Access::rawDomain(lut, 2.0f, 2.0f, 0.0f, 1.0f);
+    EXPECT_FALSE(Access::correct(lut));
+
+    lut.setLogSampling(true);
+    Access::rawDomain(lut, 0.0f, 3.0f, 0.0f, 1.0f);
+    EXPECT_TRUE(Access::correct(lut));
+    lut.getDomain(lo, hi);
+    EXPECT_EQ(lo, 1e-6f);
+    Access::rawDomain(lut, -1.0f, 1e-7f, 0.0f, 1.0f);
+    EXPECT_FALSE(Access::correct(lut));
+
+    IMB_Lookup pre;
+    pre.setType(IMB_LUT_3D_1D);
+    pre.setTableSize(3);
+    double *t = pre.getRawLUT(T(32));
+    t[0] = -0.5, t[1] = 0.5, t[2] = 1.5;
+    EXPECT_TRUE(Access::correct(pre));
+    EXPECT_EQ(t[0], 0.0);
+    EXPECT_EQ(t[1], 0.5);
+    EXPECT_EQ(t[2], 1.0);
+}
+
+TEST(LookupEval, Clamp3DLUTClampsEveryFloatIncludingPadding)
+{
+    const RefCube ref = randomCube(3, 5);
+    IMB_Lookup lut;
+    lut.set3DLUT(3, ref.v.data());
+    lut.clamp3DLUT();
+    const float *c = lut.get3DLUT();
+    for (int i = 0; i < 3 * 64; ++i)
+        ASSERT_TRUE(c[i] >= 0.0f && c[i] <= 1.0f) << i;
+    std::vector<float> out(ref.v.size());
+    lut.copy3DLUT(out.data());
+    for (std::size_t i = 0; i < out.size(); ++i)
+        EXPECT_EQ(out[i], std::min(std::max(ref.v[i], 0.0f), 1.0f));
+}
+
+// --------------------------------------------------------------- grids
+
+TEST(LookupEval, Prep1DLUTWritesEqualTriplesOverALinearOrLogGrid)
+{
+    IMB_Lookup lut;
+    const RefCube ref = randomCube(2, 6);
+    lut.set3DLUT(2, ref.v.data());
+    std::vector<float> grid(3 * 9);
+    Access::prep1D(lut, grid.data(), 9, true, -1.0, 3.0);
+    EXPECT_EQ(lut.getType(), IMB_LUT_RGB);
+    EXPECT_EQ(lut.getNumChannels(), 3);
+    EXPECT_EQ(lut.getTableSize(), 9);
+    EXPECT_FALSE(lut.is3DLUT());
+    for (int i = 0; i < 9; ++i)
+        for (int c = 0; c < 3; ++c)
+            EXPECT_FLOAT_EQ(grid[3 * i + c], -1.0f + 0.5f * i);
+    EXPECT_EQ(Access::preShift(lut), 0.0f);
+
+    Access::prep1D(lut, grid.data(), 9, false, 0.01, 100.0);
+    EXPECT_EQ(lut.getType(), IMB_LUT_RGB | IMB_LUT_LOG_SAMPLING);
+    float lo, hi;
+    lut.getDomain(lo, hi);
+    EXPECT_EQ(lo, 0.01f);
+    EXPECT_EQ(hi, 100.0f);
+    EXPECT_EQ(Access::preShift(lut), 0.01f);
+    const double e = 2.718282, llo = std::log(0.01), lhi = std::log(100.0);
+    for (int i = 0; i < 9; ++i)
+    {
+        double v = std::pow(e, llo + i * (lhi - llo) / 8);
+        v = std::min(std::max(v, 0.01), 100.0) - 0.01;
+        EXPECT_FLOAT_EQ(grid[3 * i], static_cast<float>(v)) << i;
+        EXPECT_EQ(grid[3 * i + 1], grid[3 * i]);
+    }
+}
+
+TEST(LookupEval, Prep3DLUTFillsThePaddedCubeWithItsOwnCoordinates)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_RGB);
+    Access::prep3D(lut, true, 0.0, 1.0, 0);
+    EXPECT_EQ(lut.get3DSize(), 64);
+    EXPECT_EQ(lut.getNumChannels(), 0);
+    const float *c = lut.get3DLUT();
+    const int e = 65;
+    auto at = [&](int r, int g, int b, int k) { return c[3 * (r + e * g + e * e * b) + k]; };
+    EXPECT_EQ(at(0, 0, 0, 0), 0.0f);
+    EXPECT_FLOAT_EQ(at(21, 0, 0, 0), 21.0f / 63.0f);
+    EXPECT_FLOAT_EQ(at(5, 42, 7, 1), 42.0f / 63.0f);
+    EXPECT_FLOAT_EQ(at(5, 42, 7, 2), 7.0f / 63.0f);
+    EXPECT_EQ(at(64, 64, 64, 0), 1.0f); // padding clamps to hi
+
+    Access::prep3D(lut, false, 0.5, 8.0, 1);
+    EXPECT_EQ(lut.get3DSize(), 96);
+    c = lut.get3DLUT();
+    const int e2 = 97;
+    const double llo = std::log(0.5), lhi = std::log(8.0);
+    for (int i : {0, 1, 50, 95, 96})
+        EXPECT_NEAR(c[3 * (e2 * e2 * i) + 2], std::exp(llo + i * (lhi - llo) / 95) - 0.5, 1e-5) << i;
+    EXPECT_EQ(Access::preShift(lut), 0.5f);
+}
+
+// --------------------------------------------------------------- invert
+
+// The inversion rule, written out for one track.
+std::vector<double> refInvert(const std::vector<double> &old, int m, double dmin, double dmax, double rmin,
+                              double rmax, bool round)
+{
+    const int n = static_cast<int>(old.size());
+    auto put = [&](double v) { return round ? std::floor(v + 0.5) : v; };
+    std::vector<double> out(m, 0.0);
+    out[0] = dmin;
+    int aj = 0;
+    double av = dmin;
+    for (int i = 0; i < m; ++i)
+    {
+        const int s = static_cast<int>(std::floor(double(i) * (n - 1) / (m - 1) + 0.5));
+        int j = static_cast<int>(std::floor((old[s] - rmin) / (rmax - rmin) * m + 0.5));
+        j = std::min(std::max(j, 0), m - 1);
+        const double v = dmin + (dmax - dmin) * i / m;
+        for (int k = aj + 1; k <= j; ++k)
+        {
+            const double f = double(k - aj) / (j - aj);
+            out[k] = put((1 - f) * av + f * v);
+        }
+        aj = j;
+        av = v;
+    }
+    for (int k = aj + 1; k <= m - 2; ++k)
+    {
+        const double f = double(k - aj) / (m - aj - 1);
+        out[k] = put((1 - f) * av + f * dmax);
+    }
+    out[m - 1] = dmax;
+    return out;
+}
+
+TEST(LookupEval, InvertedInt8TablesHoldIntegersAndEndExactlyOnTheDomain)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_C);
+    lut.setTableSize(256);
+    lut.setSpecificFormat(IMB_INT8);
+    lut.setDomain(0.0f, 255.0f);
+    lut.setRange(0.0f, 255.0f);
+    std::vector<double> old(256);
+    double *t = lut.getRawLUT(IMB_LUT_R);
+    for (int i = 0; i < 256; ++i)
+        t[i] = old[i] = std::floor(255.0 * std::pow(i / 255.0, 1 / 2.2) + 0.5);
+    lut.invert(0);
+    const std::vector<double> want = refInvert(old, 256, 0, 255, 0, 255, true);
+    const double *got = lut.getRawLUT(IMB_LUT_R);
+    for (int i = 0; i < 256; ++i)
+    {
+        EXPECT_EQ(got[i], want[i]) << i;
+        EXPECT_EQ(got[i], std::floor(got[i])) << i;
+    }
+    EXPECT_EQ(got[0], 0.0);
+    EXPECT_EQ(got[255], 255.0);
+    // The inverse of an encoding gamma is close to the decoding gamma (the
+    // kept M, not M - 1, scaling leaves it up to about four codes low).
+    for (int i = 0; i < 256; i += 15)
+    {
+        EXPECT_LE(got[i], 255.0 * std::pow(i / 255.0, 2.2) + 1.0) << i;
+        EXPECT_GE(got[i], 255.0 * std::pow(i / 255.0, 2.2) - 4.5) << i;
+    }
+}
+
+TEST(LookupEval, InvertResamplesFloatTablesAndExchangesDomainAndRange)
+{
+    IMB_Lookup lut;
+    lut.setType(IMB_LUT_RGB);
+    lut.setTableSize(50);
+    lut.setSpecificFormat(IMB_FLOAT32);
+    lut.setDomain(0.5f, 2.5f);
+    lut.setRange(0.0f, 4.0f);
+    std::vector<double> old[3];
+    for (int c = 0; c < 3; ++c)
+    {
+        old[c].resize(50);
+        double *t = lut.getRawLUT(T(1 << c));
+        for (int i = 0; i < 50; ++i)
+            // A rising curve with a flat stretch and, for blue, a dip.
+            t[i] = old[c][i] = c == 2 && i > 20 && i < 25 ? 1.0 : std::min(4.0, 0.002 * i * i + (c == 1 ? 0.5 : 0.0));
+    }
+    lut.invert(80);
+    EXPECT_EQ(lut.getTableSize(), 80);
+    float lo, hi;
+    lut.getDomain(lo, hi);
+    EXPECT_EQ(lo, 0.0f);
+    EXPECT_EQ(hi, 4.0f);
+    lut.getRange(lo, hi);
+    EXPECT_EQ(lo, 0.5f);
+    EXPECT_EQ(hi, 2.5f);
+    for (int c = 0; c < 3; ++c)
+    {
+        const std::vector<double> want = refInvert(old[c], 80, 0.5, 2.5, 0.0, 4.0, false);
+        const double *got = lut.getRawLUT(T(1 << c));
+        for (int i = 0; i < 80; ++i)
+            EXPECT_DOUBLE_EQ(got[i], want[i]) << c << " " << i;
+        EXPECT_EQ(got[0], 0.5);
+        EXPECT_EQ(got[79], 2.5);
+    }
+    IMB_Lookup empty;
+    empty.invert(10); // nothing to invert
+    EXPECT_EQ(empty.getTableSize(), 0);
+}
+
+// --------------------------------------------------------------- merge
+
+TEST(LookupEval, MergingTwo1DTablesComposesThemOverTheFirstDomain)
+{
+    IMB_Lookup a(IMB_Lookup::BuildGamma, 2.0, IMB_Lookup::INVERSE, 64);  // x^2, "C"
+    std::vector<double> t[3];
+    IMB_Lookup b = makeRgb(16, t); // per-channel tables
+    b.setRange(0.0f, 10.0f);
+    b.setBlackWhitePoints(0.25f, 0.75f);
+    IMB_Lookup m;
+    ASSERT_TRUE(m.mergeLUTs(a, b));
+    EXPECT_EQ(m.getType(), IMB_LUT_RGB); // C | RGB with one per-channel side
+    EXPECT_EQ(m.getNumChannels(), 3);
+    EXPECT_EQ(m.getTableSize(), 64);
+    EXPECT_EQ(m.getBlackPoint(), 0.25f);
+    float lo, hi;
+    m.getDomain(lo, hi);
+    EXPECT_EQ(lo, 0.001f); // a linear first table moves a domain at 0 to 0.001
+    EXPECT_EQ(hi, 1.0f);
+    m.getRange(lo, hi);
+    EXPECT_EQ(hi, 10.0f);
+    std::vector<double> at(64);
+    for (int i = 0; i < 64; ++i)
+        at[i] = std::pow(i / 63.0, 2.0);
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < 64; i += 7)
+        {
+            const double x = 0.001f + i * (1.0 - 0.001f) / 63;
+            const double y = refSample(t[c], 15.0 * refSample(at, 63.0 * x)) / 10.0;
+            // Evaluation runs in single precision.
+            EXPECT_NEAR(m.getRawLUT(T(1 << c))[i], y, 1e-5 * std::max(1.0, y)) << c << " " << i;
+        }
+
+    IMB_Lookup all, cee;
+    all.setType(IMB_LUT_ALL);
+    cee.setType(IMB_LUT_C);
+    ASSERT_TRUE(m.mergeLUTs(all, cee));
+    EXPECT_EQ(m.getType(), IMB_LUT_ALL);
+}
+
+TEST(LookupEval, MergingIntoACubeAppliesTheFirstThenTheSecond)
+{
+    IMB_Lookup a(IMB_Lookup::BuildGamma, 2.0, IMB_Lookup::INVERSE, 256);
+    const RefCube ref = randomCube(5, 7);
+    IMB_Lookup b;
+    b.set3DLUT(5, ref.v.data());
+    b.setLogBias(2.0f);
+    IMB_Lookup m;
+    ASSERT_TRUE(m.mergeLUTs(a, b));
+    EXPECT_EQ(m.getType(), IMB_LUT_3D);
+    EXPECT_EQ(m.get3DSize(), 5);
+    EXPECT_EQ(m.getNumChannels(), 0);
+    EXPECT_EQ(m.getLogBias(), 0.0f); // neither is log-sampled
+    std::vector<float> out(3 * 125);
+    m.copy3DLUT(out.data());
+    const float dmin = 0.001f;
+    for (int bi = 0; bi < 5; ++bi)
+        for (int gi = 0; gi < 5; ++gi)
+            for (int ri = 0; ri < 5; ++ri)
+            {
+                auto coord = [&](int i) { return dmin + i * (1.0 - dmin) / 4; };
+                auto sq = [&](double x) { return x * x; };
+                float want[3];
+                ref.lookup(4 * sq(coord(ri)), 4 * sq(coord(gi)), 4 * sq(coord(bi)), want);
+                for (int c = 0; c < 3; ++c)
+                    EXPECT_NEAR(out[3 * (ri + 5 * gi + 25 * bi) + c], want[c], 1e-4);
+            }
+
+    // A log-sampled first table adds the flag and lends its bias.
+    IMB_Lookup la = a;
+    la.setLogSampling(true);
+    la.setLogBias(-3.0f);
+    la.setDomain(0.01f, 1.0f);
+    ASSERT_TRUE(m.mergeLUTs(la, b));
+    EXPECT_EQ(m.getType(), IMB_LUT_3D | IMB_LUT_LOG_SAMPLING);
+    EXPECT_EQ(m.getLogBias(), -3.0f);
+    float lo, hi;
+    m.getDomain(lo, hi);
+    EXPECT_EQ(lo, 0.01f);
+
+    // A cube first keeps the larger edge.
+    IMB_Lookup big;
+    const RefCube ref7 = randomCube(7, 8);
+    big.set3DLUT(7, ref7.v.data());
+    ASSERT_TRUE(m.mergeLUTs(b, big));
+    EXPECT_EQ(m.get3DSize(), 7);
+    ASSERT_TRUE(m.mergeLUTs(big, a));
+    EXPECT_EQ(m.get3DSize(), 7);
+}
+} // namespace
