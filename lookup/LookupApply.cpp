@@ -117,13 +117,13 @@ template <typename Params> void setCommon(Params &p, IMB_DataFormat format, floa
 
 // Table positions per unit over [lo, hi] for `steps` intervals; 0 for an
 // empty, reversed or non-finite interval (everything then reads sample 0).
-float positionScale(float lo, float hi, int steps)
+template <typename Calc> Calc positionScale(Calc lo, Calc hi, int steps)
 {
-    const float d = hi - lo;
-    if (!(d > 0.0f) || !std::isfinite(d))
-        return 0.0f;
-    const float s = static_cast<float>(steps) / d;
-    return std::isfinite(s) ? s : 0.0f;
+    const Calc d = hi - lo;
+    if (!(d > Calc(0)) || !std::isfinite(d))
+        return Calc(0);
+    const Calc s = static_cast<Calc>(steps) / d;
+    return std::isfinite(s) ? s : Calc(0);
 }
 
 int channelArg(int channel) { return channel < 0 ? -1 : std::min(channel, 3); }
@@ -177,15 +177,22 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
     p.log = getLogSampling();
     p.dmin = myDomainMin;
     p.dmax = myDomainMax;
+    p.dminD = myDomainMin;
+    p.dmaxD = myDomainMax;
     if (p.log)
     {
         p.lnMin = lutLog(myDomainMin);
-        const float lnMax = lutLog(myDomainMax);
-        p.scale = positionScale(p.lnMin, lnMax, n - 1);
+        p.scale = positionScale(p.lnMin, lutLog(myDomainMax), n - 1);
+        p.lnMinD = lutLog(static_cast<double>(myDomainMin));
+        p.scaleD = positionScale(p.lnMinD, lutLog(static_cast<double>(myDomainMax)), n - 1);
     }
     else
+    {
         p.scale = positionScale(myDomainMin, myDomainMax, n - 1);
+        p.scaleD = positionScale(p.dminD, p.dmaxD, n - 1);
+    }
     setCommon(p, format, gamma, black, white);
+    p.invGammaD = 1.0 / static_cast<double>(gamma > 1e-6f ? gamma : 1e-6f);
 
     const LutSpan whole = rasterSpan(r);
     std::unique_ptr<unsigned char[]> mapStore;

@@ -4,6 +4,7 @@
 #include "lookup/LookupApplyKernels-inl.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <cstring>
 
 namespace imb_detail
@@ -100,9 +101,9 @@ inline typename LutFormat<F>::T map1D(typename LutFormat<F>::T v, const float *t
 {
     using Calc = typename LutFormat<F>::Calc;
     const Calc x = toUnit<F, IDENT>(v, pt);
-    Calc y = lut1DValue<Calc>(t, p.last, lut1DPosition<LOG, Calc>(x, p));
+    Calc y = lut1DValue<Calc>(t, p.last, lut1DPosition<LOG>(x, p));
     if (!GAMMA1)
-        y = applyGamma<Calc>(y, static_cast<Calc>(p.invGamma));
+        y = applyGamma<Calc>(y, std::is_same_v<Calc, double> ? static_cast<Calc>(p.invGammaD) : static_cast<Calc>(p.invGamma));
     return fromUnit<F, IDENT>(y, pt);
 }
 

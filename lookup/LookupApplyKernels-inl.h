@@ -31,8 +31,11 @@ struct Lut1DParams
     float dmin = 0.0f, dmax = 1.0f;
     float lnMin = 0.0f; // log of dmin (0 when dmin <= 0)
     float scale = 0.0f; // table positions per unit of x (or of ln x)
+    // The same in double precision, for 32-bit integer rasters.
+    double dminD = 0.0, dmaxD = 1.0, lnMinD = 0.0, scaleD = 0.0;
     bool gammaOne = true;
     float invGamma = 1.0f;
+    double invGammaD = 1.0; // the same in double precision
     LutPoints points;
 };
 
@@ -83,12 +86,19 @@ template <typename Calc> inline Calc clampLowT(Calc x, Calc lo, Calc hi)
 }
 
 // Table position of x for a 1D kernel.
-template <bool LOG, typename Calc> inline Calc lut1DPosition(Calc x, const Lut1DParams &p)
+template <bool LOG> inline float lut1DPosition(float x, const Lut1DParams &p)
 {
-    x = clampLowT<Calc>(x, p.dmin, p.dmax);
+    x = clampLowT<float>(x, p.dmin, p.dmax);
     if (LOG)
-        return (lutLog(x) - Calc(p.lnMin)) * Calc(p.scale);
-    return (x - Calc(p.dmin)) * Calc(p.scale);
+        return (lutLog(x) - p.lnMin) * p.scale;
+    return (x - p.dmin) * p.scale;
+}
+template <bool LOG> inline double lut1DPosition(double x, const Lut1DParams &p)
+{
+    x = clampLowT<double>(x, p.dminD, p.dmaxD);
+    if (LOG)
+        return (lutLog(x) - p.lnMinD) * p.scaleD;
+    return (x - p.dminD) * p.scaleD;
 }
 
 // Interpolates a float table at a position (clamped to [0, last]; NaN 0).
