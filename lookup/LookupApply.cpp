@@ -191,6 +191,21 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
         p.scale = positionScale(myDomainMin, myDomainMax, n - 1);
         p.scaleD = positionScale(p.dminD, p.dmaxD, n - 1);
     }
+    std::vector<float> padded;
+    for (int c = 0; c < 4; ++c)
+    {
+        if (!p.table[c])
+            continue;
+        for (int k = 0; k < c; ++k)
+            if (p.table[k] == p.table[c])
+                p.slot[c] = p.slot[k];
+        if (p.slot[c] >= 0)
+            continue;
+        p.slot[c] = static_cast<int>(padded.size());
+        padded.insert(padded.end(), p.table[c], p.table[c] + n);
+        padded.push_back(p.table[c][n - 1]);
+    }
+    p.padded = padded.data();
     setCommon(p, format, gamma, black, white);
     p.invGammaD = 1.0 / static_cast<double>(gamma > 1e-6f ? gamma : 1e-6f);
 

@@ -242,7 +242,7 @@ void applyLut1D(IMB_DataFormat format, const Lut1DParams &p, const LutSpan &span
     case IMB_INT8: return dispatch1D<IMB_INT8>(p, span);
     case IMB_INT16: return dispatch1D<IMB_INT16>(p, span);
     case IMB_INT32: return dispatch1D<IMB_INT32>(p, span);
-    case IMB_FLOAT32: return dispatch1D<IMB_FLOAT32>(p, span);
+    case IMB_FLOAT32: return applyLut1DFloat(p, span);
     case IMB_FLOAT16: return dispatch1D<IMB_FLOAT16>(p, span);
     default: return;
     }

@@ -45,19 +45,6 @@ struct CubePoints
     }
 };
 
-template <CubeInput IN> inline float cubePosition(float c, const Lut3DParams &p, float top)
-{
-    if constexpr (IN == CubeInput::Log)
-        return (lutLog(clampLow(c, p.dmin, p.dmax)) - p.lnMin) * p.logScale;
-    else if constexpr (IN == CubeInput::PreLut)
-    {
-        const float v = lerpTable(p.pre, p.preLast, (clampLow(c, p.dmin, p.dmax) - p.dmin) * p.preScale);
-        return top * v;
-    }
-    else
-        return top * clampLow(c, 0.0f, 1.0f);
-}
-
 template <IMB_DataFormat F, CubeInput IN, bool IDENT, bool GAMMA1>
 void walk3D(const Lut3DParams &p, const LutSpan &span)
 {
@@ -130,7 +117,7 @@ void applyLut3D(IMB_DataFormat format, const Lut3DParams &p, const LutSpan &span
     {
     case IMB_INT8: return dispatch3D<IMB_INT8>(p, span);
     case IMB_INT16: return dispatch3D<IMB_INT16>(p, span);
-    case IMB_FLOAT32: return dispatch3D<IMB_FLOAT32>(p, span);
+    case IMB_FLOAT32: return applyLut3DFloat(p, span);
     case IMB_FLOAT16: return dispatch3D<IMB_FLOAT16>(p, span);
     default: return; // no cube kernel for 32-bit integers: kept as designed
     }

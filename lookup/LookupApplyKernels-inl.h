@@ -37,6 +37,11 @@ struct Lut1DParams
     float invGamma = 1.0f;
     double invGammaD = 1.0; // the same in double precision
     LutPoints points;
+    // The tables again, each followed by a copy of its last sample (so the
+    // upper neighbour of the last sample needs no test), one after another
+    // in `padded`; slot[c] is the offset of channel c's table or -1.
+    const float *padded = nullptr;
+    int slot[4] = {-1, -1, -1, -1};
 };
 
 // Everything a cube kernel needs.
@@ -110,6 +115,23 @@ template <typename Calc> inline Calc lut1DValue(const float *t, int last, Calc p
         return Calc(t[i]) + (Calc(t[i + 1]) - Calc(t[i])) * (pos - Calc(i));
     return Calc(t[last]);
 }
+
+// Cube position of one component, by input mode.
+template <CubeInput IN> inline float cubePosition(float c, const Lut3DParams &p, float top)
+{
+    if constexpr (IN == CubeInput::Log)
+        return (lutLog(clampLow(c, p.dmin, p.dmax)) - p.lnMin) * p.logScale;
+    else if constexpr (IN == CubeInput::PreLut)
+        return top * lerpTable(p.pre, p.preLast, (clampLow(c, p.dmin, p.dmax) - p.dmin) * p.preScale);
+    else
+        return top * clampLow(c, 0.0f, 1.0f);
+}
+
+// Vector kernels for float rasters (LookupApplySimd.cpp): the same rules as
+// the scalar ones, with no fused multiply-add, so results do not depend on
+// the instruction set. The cube kernel needs one spare float after the cube.
+void applyLut1DFloat(const Lut1DParams &p, const LutSpan &span);
+void applyLut3DFloat(const Lut3DParams &p, const LutSpan &span);
 
 // Kernel entry points (LookupApply1D.cpp, LookupApply3D.cpp). Each applies
 // to span.count pixels of the given format.

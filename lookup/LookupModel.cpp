@@ -233,7 +233,9 @@ void IMB_Lookup::alloc3DTable(int n)
         return;
     }
     const std::size_t e = static_cast<std::size_t>(n) + 1;
-    my3DTable.reset(new float[3 * e * e * e]());
+    // One spare float after the cube lets vector kernels load a corner's
+    // three components as four.
+    my3DTable.reset(new float[3 * e * e * e + 1]());
     my3DSize = n;
 }
 

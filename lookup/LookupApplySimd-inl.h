@@ -1,0 +1,234 @@
+// Vector kernels for float rasters, compiled once per instruction set by
+// LookupApplySimd.cpp through Highway's foreach_target. The arithmetic is
+// that of the scalar rules in LookupApplyKernels-inl.h, operation for
+// operation and without fused multiply-add.
+
+// Per-target include guard, as Highway requires.
+#if defined(IMB_LOOKUP_APPLY_SIMD_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef IMB_LOOKUP_APPLY_SIMD_INL_H_
+#undef IMB_LOOKUP_APPLY_SIMD_INL_H_
+#else
+#define IMB_LOOKUP_APPLY_SIMD_INL_H_
+#endif
+
+#include "hwy/contrib/math/math-inl.h"
+#include "hwy/highway.h"
+#include "lookup/LookupApplyKernels-inl.h"
+
+#include <algorithm>
+#include <cstring>
+
+HWY_BEFORE_NAMESPACE();
+namespace imb_detail
+{
+namespace HWY_NAMESPACE
+{
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Largest lanes x step period the stream walker supports (16 lanes x 3).
+constexpr size_t kMaxPeriod = 64;
+
+// Maps `count` consecutive floats in place. Component k belongs to slot
+// k % step; slotOffset[s] is the offset of the slot's padded table in
+// p.padded, or -1 to leave the slot's components alone.
+template <bool LOG>
+void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, const int slotOffset[4])
+{
+    const hn::ScalableTag<float> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const size_t lanes = hn::Lanes(df);
+    size_t period = lanes;
+    while (period % static_cast<size_t>(step) != 0)
+        period += lanes;
+    if (period > kMaxPeriod)
+        return;
+    HWY_ALIGN int32 offsets[kMaxPeriod];
+    HWY_ALIGN int32 keep[kMaxPeriod];
+    for (size_t k = 0; k < period; ++k)
+    {
+        const int o = slotOffset[k % static_cast<size_t>(step)];
+        offsets[k] = o < 0 ? 0 : o;
+        keep[k] = o < 0 ? -1 : 0;
+    }
+
+    const auto lo = hn::Set(df, p.dmin), hi = hn::Set(df, p.dmax);
+    const auto lnMin = hn::Set(df, p.lnMin), scale = hn::Set(df, p.scale);
+    const auto zero = hn::Zero(df), last = hn::Set(df, static_cast<float>(p.last));
+    const float *table = p.padded;
+
+    auto rule = [&](decltype(hn::Zero(df)) x, size_t phase) {
+        const auto in = x;
+        x = hn::IfThenElse(hn::Gt(x, lo), x, lo); // NaN becomes dmin
+        x = hn::Min(x, hi);
+        decltype(x) pos;
+        if (LOG)
+        {
+            const auto lx = hn::IfThenElseZero(hn::Gt(x, zero), hn::Log(df, x));
+            pos = hn::Mul(hn::Sub(lx, lnMin), scale);
+        }
+        else
+            pos = hn::Mul(hn::Sub(x, lo), scale);
+        pos = hn::IfThenElse(hn::Gt(pos, zero), pos, zero);
+        pos = hn::Min(pos, last);
+        const auto i = hn::ConvertTo(di, pos);
+        const auto f = hn::Sub(pos, hn::ConvertTo(df, i));
+        const auto o = hn::Add(i, hn::Load(di, offsets + phase));
+        const auto a = hn::GatherIndex(df, table, o);
+        const auto b = hn::GatherIndex(df, table + 1, o);
+        const auto y = hn::Add(a, hn::Mul(hn::Sub(b, a), f));
+        const auto keepMask = hn::RebindMask(df, hn::Lt(hn::Load(di, keep + phase), hn::Zero(di)));
+        return hn::IfThenElse(keepMask, in, y);
+    };
+
+    size_t phase = 0;
+    int64 i = 0;
+    const int64 n = static_cast<int64>(lanes);
+    for (; i + n <= count; i += n)
+    {
+        hn::StoreU(rule(hn::LoadU(df, data + i), phase), df, data + i);
+        phase += lanes;
+        if (phase == period)
+            phase = 0;
+    }
+    if (i < count)
+    {
+        // The tail goes through the same vector rule via a small buffer.
+        HWY_ALIGN float buf[kMaxPeriod] = {};
+        const size_t rest = static_cast<size_t>(count - i);
+        std::memcpy(buf, data + i, rest * sizeof(float));
+        hn::Store(rule(hn::Load(df, buf), phase), df, buf);
+        std::memcpy(data + i, buf, rest * sizeof(float));
+    }
+}
+
+// Components per block: a multiple of every period, so each block starts
+// at phase 0 and the gamma pass can find a component's slot by k % step.
+constexpr int64 kStreamBlock = 3072;
+
+void ApplyFloat1D(const Lut1DParams &p, const LutSpan &span)
+{
+    auto stream = [&](float *data, int64 count, int step, const int slots[4]) {
+        for (int64 b = 0; b < count; b += kStreamBlock)
+        {
+            const int64 m = std::min(kStreamBlock, count - b);
+            if (p.log)
+                streamFloat1D<true>(p, data + b, m, step, slots);
+            else
+                streamFloat1D<false>(p, data + b, m, step, slots);
+            if (p.gammaOne)
+                continue;
+            for (int64 k = 0; k < m; ++k)
+                if (slots[k % step] >= 0)
+                    data[b + k] = applyGamma(data[b + k], p.invGamma);
+        }
+    };
+    float *base = static_cast<float *>(span.comp[0]);
+    const int step = static_cast<int>(span.step);
+    bool interleaved = step > 1 && step <= 4 && base != nullptr;
+    for (int c = 1; interleaved && c < step; ++c)
+        interleaved = span.comp[c] == base + c;
+    if (interleaved)
+    {
+        int slots[4] = {-1, -1, -1, -1};
+        for (int c = 0; c < step; ++c)
+            slots[c] = p.table[c] ? p.slot[c] : -1;
+        stream(base, span.count * step, step, slots);
+        return;
+    }
+    for (int c = 0; c < 4; ++c)
+    {
+        if (!p.table[c] || !span.comp[c])
+            continue;
+        const int slots[4] = {p.slot[c], -1, -1, -1};
+        if (span.step == 1)
+            stream(static_cast<float *>(span.comp[c]), span.count, 1, slots);
+        else
+        {
+            // An unusual layout: one component at a time through the buffer.
+            float *px = static_cast<float *>(span.comp[c]);
+            for (int64 i = 0; i < span.count; ++i)
+                stream(px + i * span.step, 1, 1, slots);
+        }
+    }
+}
+
+// Cube lookup of one pixel with four-lane corner loads (R, G, B and one
+// spare lane), red first, then green, then blue.
+template <CubeInput IN, bool GAMMA1>
+void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
+{
+#if HWY_TARGET != HWY_SCALAR
+    const hn::Full128<float> d4;
+#endif
+    const float top = static_cast<float>(p.n - 1);
+    const std::ptrdiff_t e = p.n + 1;
+    const std::ptrdiff_t dr = 3, dg = 3 * e, db = 3 * e * e;
+    float *r = static_cast<float *>(span.comp[0]);
+    float *g = static_cast<float *>(span.comp[1]);
+    float *b = static_cast<float *>(span.comp[2]);
+    const int64 step = span.step;
+    for (int64 k = 0; k < span.count; ++k, r += step, g += step, b += step)
+    {
+        const float cr = *r, cg = *g, cb = *b;
+        if (cr != cr || cg != cg || cb != cb) // pixels with a NaN keep their values
+            continue;
+        float pr = clampLow(cubePosition<IN>(cr, p, top), 0.0f, top);
+        float pg = clampLow(cubePosition<IN>(cg, p, top), 0.0f, top);
+        float pb = clampLow(cubePosition<IN>(cb, p, top), 0.0f, top);
+        const int ir = static_cast<int>(pr), ig = static_cast<int>(pg), ib = static_cast<int>(pb);
+        const float fr = pr - static_cast<float>(ir), fg = pg - static_cast<float>(ig),
+                    fb = pb - static_cast<float>(ib);
+        const float *c = p.cube + 3 * (ir + e * ig + e * e * ib);
+        HWY_ALIGN float out[4];
+#if HWY_TARGET == HWY_SCALAR
+        (void)c, (void)fr, (void)fg, (void)fb, (void)dr, (void)dg, (void)db;
+        cubeLookup(p.cube, p.n, pr, pg, pb, out);
+#else
+        auto v00 = hn::LoadU(d4, c), v10 = hn::LoadU(d4, c + dg), v01 = hn::LoadU(d4, c + db),
+             v11 = hn::LoadU(d4, c + dg + db);
+        if (!(fr >= -kCubeSkip && fr <= kCubeSkip))
+        {
+            const auto f = hn::Set(d4, fr);
+            v00 = hn::Add(v00, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr), v00), f));
+            v10 = hn::Add(v10, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg), v10), f));
+            v01 = hn::Add(v01, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + db), v01), f));
+            v11 = hn::Add(v11, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg + db), v11), f));
+        }
+        if (!(fg >= -kCubeSkip && fg <= kCubeSkip))
+        {
+            const auto f = hn::Set(d4, fg);
+            v00 = hn::Add(v00, hn::Mul(hn::Sub(v10, v00), f));
+            v01 = hn::Add(v01, hn::Mul(hn::Sub(v11, v01), f));
+        }
+        if (!(fb >= -kCubeSkip && fb <= kCubeSkip))
+            v00 = hn::Add(v00, hn::Mul(hn::Sub(v01, v00), hn::Set(d4, fb)));
+        hn::Store(v00, d4, out);
+#endif
+        if (!GAMMA1)
+            for (int i = 0; i < 3; ++i)
+                out[i] = applyGamma(out[i], p.invGamma);
+        *r = out[0];
+        *g = out[1];
+        *b = out[2];
+    }
+}
+
+void ApplyFloat3D(const Lut3DParams &p, const LutSpan &span)
+{
+    switch (p.input)
+    {
+    case CubeInput::Log:
+        return p.gammaOne ? walkFloat3D<CubeInput::Log, true>(p, span) : walkFloat3D<CubeInput::Log, false>(p, span);
+    case CubeInput::PreLut:
+        return p.gammaOne ? walkFloat3D<CubeInput::PreLut, true>(p, span)
+                          : walkFloat3D<CubeInput::PreLut, false>(p, span);
+    default:
+        return p.gammaOne ? walkFloat3D<CubeInput::Linear, true>(p, span)
+                          : walkFloat3D<CubeInput::Linear, false>(p, span);
+    }
+}
+} // namespace HWY_NAMESPACE
+} // namespace imb_detail
+HWY_AFTER_NAMESPACE();
+
+#endif // per-target include guard
