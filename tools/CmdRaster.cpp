@@ -7,7 +7,9 @@
 
 #include <fmt/format.h>
 
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -110,14 +112,12 @@ void runRaster(const RasterOptions &o)
     fmt::print("read back with getPixelValue:\n");
     const int64 xs[] = {0, r.getXres() / 2, r.getXres() - 1};
     const int64 ys[] = {0, r.getYres() / 2, r.getYres() - 1};
-    int64 lastX = -1, lastY = -1;
+    std::set<std::pair<int64, int64>> shown;
     for (int64 y : ys)
         for (int64 x : xs)
         {
-            if (x == lastX && y == lastY)
+            if (!shown.insert({y, x}).second)
                 continue;
-            lastX = x;
-            lastY = y;
             float out[4] = {0, 0, 0, 0};
             r.getPixelValue(x, y, out);
             std::string values;
