@@ -1,6 +1,8 @@
-// 1D lookup kernels: one per-component rule templated over the data format
-// and the variant flags (log sampling, identity points, gamma 1), one walker
-// over a strided span, and value maps for the small integer formats.
+// 1D lookup kernels for the integer and half formats (float rasters use the
+// vector kernel of LookupApplySimd-inl.h): one per-component rule templated
+// over the data format and the variant flags (log sampling, identity points,
+// gamma 1), one walker over a strided span, and value maps for the 8- and
+// 16-bit formats.
 #include "lookup/LookupApplyKernels-inl.h"
 
 #include <algorithm>
@@ -34,11 +36,6 @@ template <> struct LutFormat<IMB_INT32>
     using Calc = double; // 32-bit integers are computed in double precision
     static constexpr double kInvWhite = 1.0 / 4294967295.0;
     static constexpr double kWhite = 4294967295.0;
-};
-template <> struct LutFormat<IMB_FLOAT32>
-{
-    using T = float;
-    using Calc = float;
 };
 template <> struct LutFormat<IMB_FLOAT16>
 {

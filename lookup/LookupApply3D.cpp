@@ -1,7 +1,8 @@
-// Cube lookup kernels for int8, int16, float and half rasters: one per-pixel
-// rule templated over the format, the input mode (linear, log, pre-table),
-// identity points and gamma 1, and one walker over a strided span. There is
-// no 32-bit integer kernel (such rasters are left unchanged).
+// Cube lookup kernels for int8, int16 and half rasters (float rasters use the
+// vector kernel of LookupApplySimd-inl.h): one per-pixel rule templated over
+// the format, the input mode (linear, log, pre-table), identity points and
+// gamma 1, and one walker over a strided span. There is no 32-bit integer
+// kernel (such rasters are left unchanged).
 #include "lookup/LookupApplyKernels-inl.h"
 
 namespace imb_detail
@@ -22,11 +23,6 @@ template <> struct CubeFormat<IMB_INT16>
     static constexpr float kInvWhite = 1.5259022e-5f;
     static constexpr float kWhite = 65535.0f;
     static constexpr bool kInt = true;
-};
-template <> struct CubeFormat<IMB_FLOAT32>
-{
-    using T = float;
-    static constexpr bool kInt = false;
 };
 template <> struct CubeFormat<IMB_FLOAT16>
 {

@@ -34,6 +34,7 @@ class ColorSpace;
 namespace imb_detail
 {
 struct LookupAccess;
+struct LookupTestAccess;
 }
 
 // The kind of a table: a bit set. Bits 1, 2, 4, 8 name the channels (R, G, B,
@@ -356,7 +357,10 @@ public:
     bool loadBinary(FILE *fp, bool headerOnly);
 
 private:
+    // Library code outside the class reaches the private steps below
+    // through LookupAccess; the unit tests through LookupTestAccess.
     friend struct imb_detail::LookupAccess;
+    friend struct imb_detail::LookupTestAccess;
 
     // Pre-table rule of 3D+1D cubes: v clamped to the domain, position
     // (v - dmin) scale with scale = last / (dmax - dmin), interpolated in

@@ -12,11 +12,11 @@
 #include <random>
 #include <vector>
 
-// The library befriends this struct; the tests use it to reach the private
-// preparation and repair steps and to set fields the setters would order.
+// The class befriends this struct for its tests: it reaches the private
+// preparation and repair steps and sets fields the setters would order.
 namespace imb_detail
 {
-struct LookupAccess
+struct LookupTestAccess
 {
     static bool correct(IMB_Lookup &l) { return l.correctLUT(); }
     static void prep1D(IMB_Lookup &l, float *grid, int size, bool linear, double lo, double hi)
@@ -40,7 +40,7 @@ struct LookupAccess
 
 namespace
 {
-using Access = imb_detail::LookupAccess;
+using Access = imb_detail::LookupTestAccess;
 
 IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
 
