@@ -38,12 +38,22 @@ void BAS_ThreadedAlgorithm::run(const BAS_Functor<void, int, int> &fn) const
         fn(0, 1);
         return;
     }
+    // The pool already orders the caller's writes before the parts and the
+    // parts before the return; the two atomics state that ordering in this
+    // library's own code, where race detectors that cannot look inside the
+    // pool's binary see it too. They cost one atomic operation per part.
+    std::atomic<int> published{0};
+    std::atomic<int> finished{0};
+    published.store(1, std::memory_order_release);
     // One part per index; simple_partitioner keeps every part its own task.
     tbb::parallel_for(
         tbb::blocked_range<int>(0, jobs, 1),
         [&](const tbb::blocked_range<int> &r) {
+            (void)published.load(std::memory_order_acquire);
             for (int j = r.begin(); j != r.end(); ++j)
                 fn(j, jobs);
+            finished.fetch_add(1, std::memory_order_acq_rel);
         },
         tbb::simple_partitioner());
+    (void)finished.load(std::memory_order_acquire);
 }
