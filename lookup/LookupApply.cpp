@@ -142,11 +142,16 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
     if (!hasPixels(r))
         return;
     const int n = getTableSize();
-    if (n < 1)
-        return;
     const IMB_DataFormat format = r.getFormat();
     const int bytes = imbDefinesDepth[format];
     const int only = channelArg(channel);
+    if (n < 1)
+    {
+        // No table to apply; a given channel is still spread.
+        if (only >= 0)
+            runSplit(rasterSpan(r), bytes, [&](const LutSpan &s) { copyChannel(s, only, bytes); });
+        return;
+    }
 
     // Float copies of the tables, one per distinct track.
     std::vector<float> tables[4];
@@ -173,6 +178,7 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
             p.table[c] = tables[c].data();
         }
     }
+    const bool anyTable = p.table[0] || p.table[1] || p.table[2] || p.table[3];
     p.last = n - 1;
     p.log = getLogSampling();
     p.dmin = myDomainMin;
@@ -224,9 +230,10 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
     }
 
     runSplit(whole, bytes, [&](const LutSpan &s) {
-        if (useMaps)
+        // Without any table nothing is mapped; a given channel is still spread.
+        if (anyTable && useMaps)
             applyLut1DMaps(format, maps, s);
-        else
+        else if (anyTable)
             applyLut1D(format, p, s);
         if (only >= 0)
             copyChannel(s, only, bytes);

@@ -153,9 +153,14 @@ void ApplyFloat1D(const Lut1DParams &p, const LutSpan &span)
     if (interleaved)
     {
         int slots[4] = {-1, -1, -1, -1};
+        bool any = false;
         for (int c = 0; c < step; ++c)
+        {
             slots[c] = p.table[c] ? p.slot[c] : -1;
-        stream(base, span.count * step, step, slots);
+            any = any || slots[c] >= 0;
+        }
+        if (any && p.padded)
+            stream(base, span.count * step, step, slots);
         return;
     }
     for (int c = 0; c < 4; ++c)

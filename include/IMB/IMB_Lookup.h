@@ -316,6 +316,7 @@ public:
     //  channel: -1 for every channel; otherwise (clamped to 0..3) only that
     //           channel is computed and then copied into the other colour
     //           channels (0-2 into the other two of R, G, B; 3 into R, G, B).
+    //           The copy runs even when the channel has no table.
     // 1D: every channel with a table (getIndexFor) is mapped: x is clamped to
     // the domain (NaN reads as the domain minimum), its position is
     // (x - dmin)(N - 1)/(dmax - dmin), or in log space (ln x - ln dmin)(N - 1)

@@ -615,6 +615,21 @@ TEST(LookupApply, TablesLeaveRastersWithoutMemoryOrChannelsAlone)
     for (int64 i = 0; i < r.getSize(); ++i)
         ASSERT_EQ(static_cast<uint8 *>(r.getPixels())[i], i % 4 == 3 ? 0 : 100) << i;
 
+    // A given channel without a table is not mapped but still spread.
+    IMB_Lookup redOnly;
+    redOnly.setType(IMB_LUT_R);
+    redOnly.setTableSize(8);
+    for (const IMB_Lookup *lut : {&redOnly, &empty})
+    {
+        IMB_Raster f(PACK_RGBA, IMB_FLOAT32, 3, 2, 1, 1);
+        fillRaster<IMB_FLOAT32>(f, 1);
+        const IMB_Raster fBefore(f);
+        lut->applyLUT(f, 1.0f, 0.0f, 1.0f, 2);
+        for (int64 i = 0; i < 6; ++i)
+            for (int c = 0; c < 4; ++c)
+                EXPECT_EQ(std::memcmp(f.getPixel(i % 3, i / 3, c), fBefore.getPixel(i % 3, i / 3, c == 3 ? 3 : 2), 4), 0);
+    }
+
     // A single-channel raster gets only the red table; the slack after the
     // pixels is not touched.
     IMB_Raster single(PACK_SINGLE, IMB_INT8, 3, 1, 1, 1);
