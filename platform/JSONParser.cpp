@@ -8,10 +8,20 @@
 
 #include "platform/Log.h"
 
+// RapidJSON 1.1's internal stack starts out null and does "null + n" before
+// its first allocation; the pointer is only compared, never used, so that
+// check is switched off for RapidJSON's own functions (and only for them).
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((no_sanitize("pointer-overflow"))), apply_to = function)
+#endif
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
+#if defined(__clang__)
+#pragma clang attribute pop
+#endif
 
+#include <charconv>
 #include <cmath>
 #include <istream>
 #include <iterator>
@@ -22,28 +32,20 @@ namespace
 {
 using Token = BAS_JSONParser::Token;
 
-enum class Num : uint8
-{
-    None,
-    Signed,   // fits int64 (in i)
-    Unsigned, // above INT64_MAX (in u)
-    Real      // in d
-};
-
 struct Tok
 {
     Token type = Token::End;
-    Num num = Num::None;
     bool b = false;
-    int64 i = 0;
-    uint64 u = 0;
-    double d = 0.0;
-    std::size_t strOffset = 0;
+    std::size_t strOffset = 0; // strings, keys and the text of numbers
     std::size_t strLength = 0;
 };
 
+// Numbers reach the parser as their (already validated) text and are
+// converted on demand with std::from_chars: correctly rounded straight to the
+// asked type (no double rounding for floats), and clear of RapidJSON 1.1's
+// own number conversion, which misbehaves on some long digit strings.
 constexpr unsigned kParseFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseNanAndInfFlag |
-                                 rapidjson::kParseFullPrecisionFlag | rapidjson::kParseStopWhenDoneFlag;
+                                 rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseStopWhenDoneFlag;
 
 // Collects RapidJSON's events as tokens.
 struct Collector
@@ -51,21 +53,11 @@ struct Collector
     std::vector<Tok> &toks;
     std::string &strings;
 
-    bool push(Token t)
+    bool push(Token t, bool b = false)
     {
         Tok k;
         k.type = t;
-        toks.push_back(k);
-        return true;
-    }
-    bool number(Num n, int64 i, uint64 u, double d)
-    {
-        Tok k;
-        k.type = Token::Number;
-        k.num = n;
-        k.i = i;
-        k.u = u;
-        k.d = d;
+        k.b = b;
         toks.push_back(k);
         return true;
     }
@@ -81,25 +73,14 @@ struct Collector
     }
 
     bool Null() { return push(Token::Null); }
-    bool Bool(bool v)
-    {
-        Tok k;
-        k.type = Token::Bool;
-        k.b = v;
-        toks.push_back(k);
-        return true;
-    }
-    bool Int(int v) { return number(Num::Signed, v, static_cast<uint64>(v), v); }
-    bool Uint(unsigned v) { return number(Num::Signed, v, v, v); }
-    bool Int64(int64_t v) { return number(Num::Signed, v, static_cast<uint64>(v), static_cast<double>(v)); }
-    bool Uint64(uint64_t v)
-    {
-        if (v <= static_cast<uint64>(std::numeric_limits<int64>::max()))
-            return number(Num::Signed, static_cast<int64>(v), v, static_cast<double>(v));
-        return number(Num::Unsigned, 0, v, static_cast<double>(v));
-    }
-    bool Double(double v) { return number(Num::Real, 0, 0, v); }
-    bool RawNumber(const char *s, rapidjson::SizeType len, bool) { return text(Token::String, s, len); }
+    bool Bool(bool v) { return push(Token::Bool, v); }
+    // Unused with numbers as text, but part of the handler concept.
+    bool Int(int) { return false; }
+    bool Uint(unsigned) { return false; }
+    bool Int64(int64_t) { return false; }
+    bool Uint64(uint64_t) { return false; }
+    bool Double(double) { return false; }
+    bool RawNumber(const char *s, rapidjson::SizeType len, bool) { return text(Token::Number, s, len); }
     bool String(const char *s, rapidjson::SizeType len, bool) { return text(Token::String, s, len); }
     bool StartObject() { return push(Token::BeginMap); }
     bool Key(const char *s, rapidjson::SizeType len, bool) { return text(Token::Key, s, len); }
@@ -108,64 +89,58 @@ struct Collector
     bool EndArray(rapidjson::SizeType) { return push(Token::EndArray); }
 };
 
-// Conversions of a number token; false when it does not fit.
-bool toInt64(const Tok &t, int64 &out)
+// A real number from its JSON text; values beyond the type's range become
+// infinities, values below it zeros (from_chars leaves them unconverted).
+template <typename F> F toReal(std::string_view t)
 {
-    if (t.num == Num::Signed)
+    F v = 0;
+    const auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+    if (r.ec == std::errc::result_out_of_range)
     {
-        out = t.i;
+        const bool negative = !t.empty() && t[0] == '-';
+        const std::size_t e = t.find_first_of("eE");
+        const bool tiny = e != std::string_view::npos && e + 1 < t.size() && t[e + 1] == '-';
+        v = tiny ? F(0) : std::numeric_limits<F>::infinity();
+        return negative ? -v : v;
+    }
+    return v;
+}
+
+// An integer from the text of an integer, or of an integral real in range.
+template <typename I> bool toInteger(std::string_view t, I &out)
+{
+    I v = 0;
+    const auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+    if (r.ec == std::errc() && r.ptr == t.data() + t.size())
+    {
+        out = v;
         return true;
     }
-    if (t.num == Num::Real && std::isfinite(t.d) && std::floor(t.d) == t.d && t.d >= -9223372036854775808.0 &&
-        t.d < 9223372036854775808.0)
+    const double d = toReal<double>(t);
+    // The largest value of I plus one, as a double (a power of two: exact).
+    const double limit = std::ldexp(1.0, std::numeric_limits<I>::digits);
+    const double lowest = std::numeric_limits<I>::is_signed ? -limit : 0.0;
+    if (std::isfinite(d) && std::floor(d) == d && d >= lowest && d < limit)
     {
-        out = static_cast<int64>(t.d);
+        out = static_cast<I>(d);
         return true;
     }
     return false;
 }
 
-bool toUint64(const Tok &t, uint64 &out)
+bool toInt64(std::string_view t, int64 &out) { return toInteger(t, out); }
+
+bool toUint64(std::string_view t, uint64 &out)
 {
-    if (t.num == Num::Unsigned)
-    {
-        out = t.u;
+    if (toInteger(t, out))
         return true;
-    }
-    if (t.num == Num::Signed)
+    int64 s;
+    if (toInteger(t, s))
     {
-        out = static_cast<uint64>(t.i); // negative values wrap, as a bit mask would
-        return true;
-    }
-    if (t.num == Num::Real && std::isfinite(t.d) && std::floor(t.d) == t.d && t.d >= 0.0 && t.d < 18446744073709551616.0)
-    {
-        out = static_cast<uint64>(t.d);
+        out = static_cast<uint64>(s); // negative values wrap, as a bit mask would
         return true;
     }
     return false;
-}
-
-float toFloat(double d)
-{
-    // Out-of-range doubles become the infinity (or largest float) that
-    // rounding gives, without an undefined conversion.
-    constexpr double kMax = std::numeric_limits<float>::max();
-    constexpr double kOverflow = 3.4028235677973366e38; // largest float plus half its spacing
-    if (d > kMax)
-        return d < kOverflow ? std::numeric_limits<float>::max() : std::numeric_limits<float>::infinity();
-    if (d < -kMax)
-        return d > -kOverflow ? -std::numeric_limits<float>::max() : -std::numeric_limits<float>::infinity();
-    return static_cast<float>(d);
-}
-
-double toDouble(const Tok &t)
-{
-    switch (t.num)
-    {
-    case Num::Signed: return static_cast<double>(t.i);
-    case Num::Unsigned: return static_cast<double>(t.u);
-    default: return t.d;
-    }
 }
 } // namespace
 
@@ -215,6 +190,7 @@ struct BAS_JSONParser::Impl
                t == Token::BeginArray || t == Token::BeginMap;
     }
     BAS_StringHolder stringOf(const Tok &t) const { return BAS_StringHolder(strings.data() + t.strOffset, t.strLength); }
+    std::string_view textOf(const Tok &t) const { return std::string_view(strings.data() + t.strOffset, t.strLength); }
 
     // Consumes one whole value from pos (which starts one).
     void skipValue()
@@ -251,7 +227,7 @@ struct BAS_JSONParser::Impl
             if (t.type == Token::Error || t.type == Token::End)
                 return false;
             T v{};
-            if (t.type == Token::Number && convert(t, v))
+            if (t.type == Token::Number && convert(textOf(t), v))
             {
                 if (count < capacity)
                     buffer[count] = v;
@@ -348,7 +324,7 @@ bool BAS_JSONParser::parseInteger(int64 &value)
 {
     const Tok &t = myImpl->peek();
     int64 v;
-    if (t.type != Token::Number || !toInt64(t, v))
+    if (t.type != Token::Number || !toInt64(myImpl->textOf(t), v))
         return false;
     value = v;
     ++myImpl->pos;
@@ -359,7 +335,7 @@ bool BAS_JSONParser::parseInteger(int &value)
 {
     const Tok &t = myImpl->peek();
     int64 v;
-    if (t.type != Token::Number || !toInt64(t, v) || v < std::numeric_limits<int>::min() ||
+    if (t.type != Token::Number || !toInt64(myImpl->textOf(t), v) || v < std::numeric_limits<int>::min() ||
         v > std::numeric_limits<int>::max())
         return false;
     value = static_cast<int>(v);
@@ -382,7 +358,7 @@ bool BAS_JSONParser::parseReal(double &value)
     const Tok &t = myImpl->peek();
     if (t.type != Token::Number)
         return false;
-    value = toDouble(t);
+    value = toReal<double>(myImpl->textOf(t));
     ++myImpl->pos;
     return true;
 }
@@ -405,25 +381,25 @@ bool BAS_JSONParser::skipNextObject()
 
 bool BAS_JSONParser::parseUniformArray(float *buffer, exint capacity, exint &count)
 {
-    return myImpl->uniform(buffer, capacity, count, [](const Tok &t, float &v) {
-        v = toFloat(toDouble(t));
+    return myImpl->uniform(buffer, capacity, count, [](std::string_view t, float &v) {
+        v = toReal<float>(t);
         return true;
     });
 }
 
 bool BAS_JSONParser::parseUniformArray(int64 *buffer, exint capacity, exint &count)
 {
-    return myImpl->uniform(buffer, capacity, count, [](const Tok &t, int64 &v) { return toInt64(t, v); });
+    return myImpl->uniform(buffer, capacity, count, [](std::string_view t, int64 &v) { return toInt64(t, v); });
 }
 
 bool BAS_JSONParser::parseUniformArray(uint64 *buffer, exint capacity, exint &count)
 {
-    return myImpl->uniform(buffer, capacity, count, [](const Tok &t, uint64 &v) { return toUint64(t, v); });
+    return myImpl->uniform(buffer, capacity, count, [](std::string_view t, uint64 &v) { return toUint64(t, v); });
 }
 
 bool BAS_JSONParser::parseUniformArray(uint8 *buffer, exint capacity, exint &count)
 {
-    return myImpl->uniform(buffer, capacity, count, [](const Tok &t, uint8 &v) {
+    return myImpl->uniform(buffer, capacity, count, [](std::string_view t, uint8 &v) {
         uint64 u;
         if (!toUint64(t, u))
             return false;
