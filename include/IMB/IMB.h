@@ -6,4 +6,5 @@
 #include <IMB/IMB_API.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
+#include <IMB/IMB_Version.h>
 #include <IMB/IMB_DeepSampleFilter.h>
