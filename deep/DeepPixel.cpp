@@ -1,0 +1,261 @@
+// The deep pixel accumulator: raw and mip-style stores, sorting by
+// sub-sample id and depth, and closing through a compressor.
+#include <IMB/IMB_DeepCompressor.h>
+#include <IMB/IMB_DeepPixel.h>
+
+#include "platform/Log.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace
+{
+// Coverage of sub-sample k among n positions: bits floor(64k/n) up to
+// floor(64(k+1)/n) - 1, low bits first. n = 1 gives all 64 bits.
+uint64 coverageMask(int id, int subSamples)
+{
+    if (id < 0)
+        return 0;
+    const int64 n = std::max(1, std::min(subSamples, 64));
+    const int64 k = std::min(id, 63);
+    const int64 lo = std::min<int64>(64 * k / n, 64);
+    const int64 hi = std::min<int64>(64 * (k + 1) / n, 64);
+    if (hi <= lo)
+        return 0;
+    const uint64 upto = hi == 64 ? ~uint64(0) : (uint64(1) << hi) - 1;
+    return upto & ~((uint64(1) << lo) - 1);
+}
+
+void *reallocOrThrow(void *p, std::size_t bytes)
+{
+    void *q = std::realloc(p, bytes ? bytes : 1);
+    if (!q)
+        throw std::bad_alloc();
+    return q;
+}
+
+// The list array closing works on: inline up to 32 entries.
+class ListArray
+{
+public:
+    explicit ListArray(int n) : mySize(n)
+    {
+        if (n > kInline)
+            myHeap.reset(new IMB_DeepPixel::ListPtr[static_cast<std::size_t>(n)]);
+    }
+    IMB_DeepPixel::ListPtr *data() { return myHeap ? myHeap.get() : myInline; }
+    int size() const { return mySize; }
+
+private:
+    static constexpr int kInline = 32;
+    int mySize;
+    IMB_DeepPixel::ListPtr myInline[kInline];
+    std::unique_ptr<IMB_DeepPixel::ListPtr[]> myHeap;
+};
+} // namespace
+
+IMB_DeepPixel::IMB_DeepPixel(const ChannelsPtr &channels, int subSamples)
+    : myChannels(channels), mySubSamples(subSamples), myMipCount(0),
+      myFloatCount((channels ? channels->totalSize() : 0) + 2), myPreComposited(true)
+{
+    myXY[0] = -1;
+    myXY[1] = -1;
+}
+
+IMB_DeepPixel::~IMB_DeepPixel()
+{
+    std::free(myFloats);
+    std::free(myFlags);
+}
+
+void IMB_DeepPixel::startPixel(int x, int y, bool preComposited)
+{
+    myXY[0] = x;
+    myXY[1] = y;
+    myPreComposited = preComposited;
+}
+
+bool IMB_DeepPixel::isRawStyle() const
+{
+    return myKeys.size() > 0;
+}
+
+void IMB_DeepPixel::growBuffers(int capacity)
+{
+    const std::size_t n = static_cast<std::size_t>(capacity);
+    myFloats = static_cast<float *>(reallocOrThrow(myFloats, n * static_cast<std::size_t>(myFloatCount) * sizeof(float)));
+    myFlags = static_cast<unsigned char *>(reallocOrThrow(myFlags, n));
+    myBufferCapacity = capacity;
+}
+
+void IMB_DeepPixel::store(float zfront, float zback, const float *values, int flags, int id)
+{
+    BAS_AutoLock guard(myLock);
+    const int index = static_cast<int>(myKeys.size());
+    myKeys.append(SampleKey{this, id, index});
+    // The raw buffers follow the key array's capacity (its growth policy), and
+    // keep their allocation when the keys are emptied.
+    const int capacity = static_cast<int>(myKeys.capacity());
+    if (capacity > myBufferCapacity)
+        growBuffers(capacity);
+    myFlags[index] = static_cast<unsigned char>(flags);
+    float *f = myFloats + static_cast<std::size_t>(index) * static_cast<std::size_t>(myFloatCount);
+    f[0] = zfront;
+    f[1] = zback;
+    if (myFloatCount > 2)
+        std::memcpy(f + 2, values, static_cast<std::size_t>(myFloatCount - 2) * sizeof(float));
+}
+
+void IMB_DeepPixel::store(const ListPtr &list)
+{
+    if (!list)
+        return;
+    // No bound check: four slots, at most four lists per pixel (deliberate,
+    // see the header).
+    mySlots[myMipCount.fetch_add(1)] = list;
+}
+
+int IMB_DeepPixel::getId(int i) const
+{
+    return myKeys[i].id;
+}
+
+float IMB_DeepPixel::zfront(int i) const
+{
+    return myFloats[static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount)];
+}
+
+float IMB_DeepPixel::zback(int i) const
+{
+    return myFloats[static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount) + 1];
+}
+
+const float *IMB_DeepPixel::data(int i) const
+{
+    return myFloats + static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount) + 2;
+}
+
+int IMB_DeepPixel::sort()
+{
+    const int mip = myMipCount.load();
+    if (mip != 0)
+        return mip;
+    const int n = static_cast<int>(myKeys.size());
+    if (n < 2)
+        return n;
+    // Not stable: equal id and zfront come out in no particular order.
+    std::sort(myKeys.data(), myKeys.data() + n);
+    int runs = 1;
+    for (int i = 1; i < n; ++i)
+        if (myKeys[i].id != myKeys[i - 1].id)
+            ++runs;
+    return runs;
+}
+
+void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
+{
+    const int count = end - start;
+    list = new IMB_DeepSampleList(myChannels, count, myPreComposited);
+    IMB_DeepSampleList &out = *list;
+    float *zf = out.zfrontBuffer();
+    float *zb = out.zbackBuffer();
+    unsigned char *fl = out.flagBuffer();
+    uint64 *cov = out.coverageBuffer();
+    const uint64 mask = coverageMask(getId(start), mySubSamples);
+    for (int j = 0; j < count; ++j)
+    {
+        zf[j] = zfront(start + j);
+        zb[j] = zback(start + j);
+        // Flags are read at the sorted position, not at the key's raw index:
+        // the sort does not permute them. Deliberate; callers rely on it.
+        fl[j] = myFlags[start + j];
+        cov[j] = mask;
+    }
+    const int channelCount = myChannels ? myChannels->channelCount() : 0;
+    for (int ch = 0; ch < channelCount; ++ch)
+    {
+        const int size = myChannels->tupleSize(ch);
+        const int offset = myChannels->offset(ch);
+        float *plane = out.channelBuffer(ch);
+        for (int j = 0; j < count; ++j)
+        {
+            const float *src = data(start + j) + offset;
+            for (int t = 0; t < size; ++t)
+                plane[static_cast<std::size_t>(j) * size + t] = src[t];
+        }
+    }
+}
+
+int IMB_DeepPixel::extract(ListPtr *lists)
+{
+    const int mip = myMipCount.load();
+    if (mip != 0)
+    {
+        for (int i = 0; i < mip; ++i)
+            lists[i] = mySlots[i];
+        return mip;
+    }
+    const int n = static_cast<int>(myKeys.size());
+    int out = 0;
+    for (int s = 0; s < n;)
+    {
+        int e = s + 1;
+        while (e < n && myKeys[e].id == myKeys[s].id)
+            ++e;
+        extractRun(lists[out++], s, e);
+        s = e;
+    }
+    return out;
+}
+
+IMB_DeepPixel::ListPtr IMB_DeepPixel::closePixel(const std::shared_ptr<IMB_DeepCompressor> &compressor)
+{
+    const int n = sort();
+    if (n == 0)
+    {
+        clear();
+        return ListPtr();
+    }
+    // Room for every sub-sample position (at least 32), and for every list
+    // when unsupported ids make more lists than that.
+    ListArray lists(std::max({32, mySubSamples, n}));
+    ListPtr *entries = lists.data();
+    try
+    {
+        extract(entries);
+        if (compressor)
+        {
+            for (int i = 0; i < n; ++i)
+                if (entries[i])
+                    entries[i] = compressor->compress(entries[i]);
+            if (mySubSamples > 1)
+                entries[0] = compressor->merge(entries, mySubSamples);
+        }
+    }
+    catch (...)
+    {
+        clear();
+        throw;
+    }
+    clear();
+    return entries[0];
+}
+
+void IMB_DeepPixel::clear()
+{
+    const int mip = std::min(myMipCount.load(), 4);
+    for (int i = 0; i < mip; ++i)
+        mySlots[i].reset();
+    myMipCount.store(0);
+    myKeys.clear();
+    myXY[0] = -1;
+}
+
+void IMB_DeepPixel::dump(const char *label) const
+{
+    imb_detail::printStderr(imb_detail::format("{} {{\n  myMipCount {}\n  myFloatCount {}\n  myXY {} {}\n}}\n",
+                                               (label && *label) ? label : "DeepPixel", myMipCount.load(),
+                                               myFloatCount, myXY[0], myXY[1]));
+}
