@@ -23,6 +23,7 @@
 #pragma once
 
 #include <IMB/IMB_API.h>
+#include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepSampleList.h>
 #include <IMB/platform/BAS_Array.h>
 #include <IMB/platform/BAS_IntrusivePtr.h>
@@ -30,8 +31,6 @@
 
 #include <atomic>
 #include <memory>
-
-class IMB_DeepCompressor;
 
 class IMB_API IMB_DeepPixel
 {
