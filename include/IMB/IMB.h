@@ -8,3 +8,4 @@
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_DeepSampleList.h>
 #include <IMB/IMB_DeepPixel.h>
+#include <IMB/IMB_DeepSampleFilter.h>

@@ -142,6 +142,8 @@ public:
     // using channel `opacityChannel` (tuple size 1, or 3 and more for
     // per-component opacity). Does nothing when already pre-composited unless
     // `force`. Sets the pre-composited flag (also for fewer than 2 samples).
+    // An opacity index outside the channel list leaves the list unchanged
+    // (this and the next two operations).
     void composite(int opacityChannel, bool force = false);
     // The inverse of composite: back to individual contributions. Does
     // nothing when not pre-composited unless `force`. Clears the flag.
