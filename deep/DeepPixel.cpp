@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -26,6 +28,15 @@ uint64 coverageMask(int id, int subSamples)
         return 0;
     const uint64 upto = hi == 64 ? ~uint64(0) : (uint64(1) << hi) - 1;
     return upto & ~((uint64(1) << lo) - 1);
+}
+
+// Maps a float's bits to an unsigned integer that orders like the float
+// (negative values reversed below the positive ones; NaNs at the ends).
+inline uint64 orderedBits(float f)
+{
+    uint32 u;
+    std::memcpy(&u, &f, sizeof u);
+    return (u & 0x80000000u) ? ~u : (u | 0x80000000u);
 }
 
 void *reallocOrThrow(void *p, std::size_t bytes)
@@ -117,26 +128,6 @@ void IMB_DeepPixel::store(const ListPtr &list)
     mySlots[myMipCount.fetch_add(1)] = list;
 }
 
-int IMB_DeepPixel::getId(int i) const
-{
-    return myKeys[i].id;
-}
-
-float IMB_DeepPixel::zfront(int i) const
-{
-    return myFloats[static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount)];
-}
-
-float IMB_DeepPixel::zback(int i) const
-{
-    return myFloats[static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount) + 1];
-}
-
-const float *IMB_DeepPixel::data(int i) const
-{
-    return myFloats + static_cast<std::size_t>(myKeys[i].index) * static_cast<std::size_t>(myFloatCount) + 2;
-}
-
 int IMB_DeepPixel::sort()
 {
     const int mip = myMipCount.load();
@@ -145,12 +136,31 @@ int IMB_DeepPixel::sort()
     const int n = static_cast<int>(myKeys.size());
     if (n < 2)
         return n;
+    // The keys' own order (id, then zfront), sorted as one 64-bit word per key
+    // (the id, then the zfront's bits mapped to an unsigned order). One
+    // integer comparison per step, and NaN depths cannot upset the sort.
     // Not stable: equal id and zfront come out in no particular order.
-    std::sort(myKeys.data(), myKeys.data() + n);
+    thread_local std::vector<std::pair<uint64, int>> order;
+    order.resize(static_cast<std::size_t>(n));
+    const std::size_t stride = static_cast<std::size_t>(myFloatCount);
+    SampleKey *keys = myKeys.data();
+    for (int i = 0; i < n; ++i)
+    {
+        const SampleKey &k = keys[i];
+        order[static_cast<std::size_t>(i)] = {(uint64(uint32(k.id) ^ 0x80000000u) << 32) |
+                                                  orderedBits(myFloats[static_cast<std::size_t>(k.index) * stride]),
+                                              k.index};
+    }
+    std::sort(order.begin(), order.end(),
+              [](const std::pair<uint64, int> &a, const std::pair<uint64, int> &b) { return a.first < b.first; });
     int runs = 1;
-    for (int i = 1; i < n; ++i)
-        if (myKeys[i].id != myKeys[i - 1].id)
+    for (int i = 0; i < n; ++i)
+    {
+        const auto &o = order[static_cast<std::size_t>(i)];
+        keys[i] = SampleKey{this, static_cast<int>(uint32(o.first >> 32) ^ 0x80000000u), o.second};
+        if (i > 0 && keys[i].id != keys[i - 1].id)
             ++runs;
+    }
     return runs;
 }
 
@@ -182,8 +192,9 @@ void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
         for (int j = 0; j < count; ++j)
         {
             const float *src = data(start + j) + offset;
+            float *dst = plane + static_cast<std::size_t>(j) * static_cast<std::size_t>(size);
             for (int t = 0; t < size; ++t)
-                plane[static_cast<std::size_t>(j) * size + t] = src[t];
+                dst[t] = src[t];
         }
     }
 }
@@ -202,7 +213,7 @@ int IMB_DeepPixel::extract(ListPtr *lists)
     for (int s = 0; s < n;)
     {
         int e = s + 1;
-        while (e < n && myKeys[e].id == myKeys[s].id)
+        while (e < n && getId(e) == getId(s))
             ++e;
         extractRun(lists[out++], s, e);
         s = e;

@@ -111,10 +111,12 @@ private:
     int sort();
     int extract(ListPtr *lists);
     void extractRun(ListPtr &list, int start, int end);
-    int getId(int i) const;
-    float zfront(int i) const;
-    float zback(int i) const;
-    const float *data(int i) const;
+    // The id, depths and channel values of the i-th key's raw sample.
+    int getId(int i) const { return myKeys[i].id; }
+    const float *raw(int i) const { return myFloats + static_cast<long>(myKeys[i].index) * myFloatCount; }
+    float zfront(int i) const { return raw(i)[0]; }
+    float zback(int i) const { return raw(i)[1]; }
+    const float *data(int i) const { return raw(i) + 2; }
     void clear();
     void growBuffers(int capacity);
 
