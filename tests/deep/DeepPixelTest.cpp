@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <limits>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -329,6 +331,68 @@ TEST(DeepPixel, ClosingWithTheNullCompressorInterleavesTheIds)
     ListPtr first = p.closePixel(nullptr);
     ASSERT_EQ(first->sampleCount(), 1);
     EXPECT_EQ(first->zfront(0), 2.0f);
+}
+
+TEST(DeepPixel, ClosingThroughTheSimpleCompressorAveragesTheSubSamples)
+{
+    ChannelsPtr chans = colourOpacityId();
+    IMB_DeepPixel p(chans, 2);
+    p.startPixel(0, 0, false);
+    const float a[5] = {0.8f, 0.4f, 0.2f, 1.0f, 5.0f};
+    const float b[5] = {0.2f, 0.2f, 0.2f, 0.5f, 6.0f};
+    p.store(1.0f, 1.0f, a, 0, 0);
+    p.store(1.0f, 1.0f, b, 0, 1);
+    ListPtr out = p.closePixel(IMB_DeepCompressor::Factory::create("default", chans, BAS_Options()));
+    ASSERT_TRUE(out);
+    ASSERT_EQ(out->sampleCount(), 1);
+    EXPECT_EQ(out->coverage(0), ~uint64(0));
+    EXPECT_FLOAT_EQ(out->channelData(0, 0)[0], 0.5f);
+    EXPECT_FLOAT_EQ(out->channelData(0, 0)[1], 0.3f);
+    EXPECT_FLOAT_EQ(out->channelData(1, 0)[0], 0.75f);
+    const float id = out->channelData(2, 0)[0];
+    EXPECT_TRUE(id == 5.0f || id == 6.0f) << id;
+}
+
+TEST(DeepPixel, MoreIdsThanPositionsStillCloseSafely)
+{
+    // Unsupported input (ids beyond the sub-sample count) must not write
+    // past the list array: every id still becomes a list.
+    ChannelsPtr chans = colourOpacityId();
+    IMB_DeepPixel p(chans, 1);
+    p.startPixel(0, 0, false);
+    for (int id = 40; id >= 0; --id)
+        storeSample(p, 1.0f, static_cast<float>(id), id);
+    auto rec = std::make_shared<RecordingCompressor>(chans);
+    ListPtr out = p.closePixel(rec);
+    EXPECT_EQ(rec->compressed.size(), 41u);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->channelData(2, 0)[0], 0.0f);
+}
+
+TEST(DeepPixel, NanDepthsNeitherCrashTheSortNorLoseSamples)
+{
+    ChannelsPtr chans = colourOpacityId();
+    IMB_DeepPixel p(chans, 1);
+    p.startPixel(0, 0, false);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (int i = 0; i < 200; ++i)
+        storeSample(p, i % 3 == 0 ? nan : static_cast<float>(200 - i), static_cast<float>(i), 0);
+    ListPtr out = p.closePixel(nullCompressor(chans));
+    ASSERT_EQ(out->sampleCount(), 200);
+    std::vector<float> values;
+    float last = -1;
+    for (int i = 0; i < 200; ++i)
+    {
+        values.push_back(out->channelData(0, i)[0]);
+        if (!std::isnan(out->zfront(i)))
+        {
+            EXPECT_LE(last, out->zfront(i));
+            last = out->zfront(i);
+        }
+    }
+    std::sort(values.begin(), values.end());
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(values[static_cast<std::size_t>(i)], static_cast<float>(i));
 }
 
 TEST(DeepPixel, SamplezReadsTheKeysRawDepth)
