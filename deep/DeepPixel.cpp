@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -189,12 +190,24 @@ void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
         const int size = myChannels->tupleSize(ch);
         const int offset = myChannels->offset(ch);
         float *plane = out.channelBuffer(ch);
-        for (int j = 0; j < count; ++j)
+        // Common tuple sizes get a fixed-length copy.
+        auto copyTuples = [&](auto fixed) {
+            constexpr int n = decltype(fixed)::value;
+            const int len = n > 0 ? n : size;
+            for (int j = 0; j < count; ++j)
+            {
+                const float *src = data(start + j) + offset;
+                float *dst = plane + static_cast<std::size_t>(j) * static_cast<std::size_t>(len);
+                for (int t = 0; t < len; ++t)
+                    dst[t] = src[t];
+            }
+        };
+        switch (size)
         {
-            const float *src = data(start + j) + offset;
-            float *dst = plane + static_cast<std::size_t>(j) * static_cast<std::size_t>(size);
-            for (int t = 0; t < size; ++t)
-                dst[t] = src[t];
+        case 1: copyTuples(std::integral_constant<int, 1>()); break;
+        case 3: copyTuples(std::integral_constant<int, 3>()); break;
+        case 4: copyTuples(std::integral_constant<int, 4>()); break;
+        default: copyTuples(std::integral_constant<int, 0>()); break;
         }
     }
 }
