@@ -57,10 +57,10 @@ std::vector<std::string> split(const std::string &text, char sep)
 }
 
 // "C:3,Of:3,id:1:ordinal": name, tuple size and an optional "ordinal".
-ChannelsPtr parseChannels(const std::string &spec)
+ChannelsPtr parseChannels(const std::string &text)
 {
     ChannelsPtr channels(new IMB_DeepChannelList);
-    for (const std::string &entry : split(spec, ','))
+    for (const std::string &entry : split(text, ','))
     {
         const std::vector<std::string> f = split(entry, ':');
         if (f.size() < 2 || f.size() > 3 || f[0].empty())

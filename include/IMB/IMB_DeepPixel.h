@@ -70,7 +70,7 @@ public:
     // Raw-style store: a sample from zfront to zback with totalSize() channel
     // values (packed in channel order), its flag byte (the low 8 bits of
     // `flags`) and its sub-sample id. A negative id gives coverage 0; ids of
-    // subSamples or above are not supported (their coverage is unspecified,
+    // subSamples or above are not supported (their coverage is not meaningful,
     // and each distinct id still becomes its own list). Thread-safe.
     void store(float zfront, float zback, const float *values, int flags, int id);
 
