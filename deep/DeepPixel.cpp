@@ -254,6 +254,10 @@ IMB_DeepPixel::ListPtr IMB_DeepPixel::closePixel(const std::shared_ptr<IMB_DeepC
             for (int i = 0; i < n; ++i)
                 if (entries[i])
                     entries[i] = compressor->compress(entries[i]);
+            // The merge gets all N entries, nulls included: the simple
+            // merge weighs each list by 1/N, so empty positions count.
+            // Deliberate; callers rely on it. With N = 1 there is no merge
+            // and only the first list is returned.
             if (mySubSamples > 1)
                 entries[0] = compressor->merge(entries, mySubSamples);
         }
