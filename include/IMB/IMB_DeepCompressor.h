@@ -107,9 +107,12 @@ public:
     // object (a new reference); a null list gives a null list.
     ListPtr compress(const ListPtr &list) const { return doCompress(list); }
 
-    // Merges `count` lists into one. Null and empty entries are allowed and
-    // skipped (they still count towards the simple merge's weights). Only
-    // null or empty lists, or a count of 0 or below, give a null list.
+    // Merges `count` lists into one, laid out by the compressor's channel
+    // list (or the first non-empty list's when the compressor has none).
+    // Null and empty entries are allowed and skipped (they still count
+    // towards the simple merge's weights), and so are lists whose channel
+    // list is not equal to that layout. Each list must be ordered by zfront.
+    // Only skipped entries, or a count of 0 or below, give a null list.
     ListPtr merge(const ListPtr *lists, int count) const { return doMerge(lists, count); }
     // Same, over the array's entries.
     ListPtr merge(const BAS_Array<ListPtr> &lists) const
