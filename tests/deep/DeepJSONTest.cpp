@@ -314,6 +314,30 @@ TEST(JSONParser, UniformArraysStoreUpToCapacityAndCountEverything)
     EXPECT_TRUE(it.atEnd());
 }
 
+TEST(JSONParser, RealsRoundOnceAndSaturateOutsideTheRange)
+{
+    BAS_JSONParser p("[[1e-50, -1e-50, 1e-40, 0.1, 16777217, 3.40282356e38, 3.4028236e38], [1.8e308]]");
+    auto it = p.beginArray();
+    float f[7];
+    exint count = 0;
+    ASSERT_TRUE(p.parseUniformArray(f, 7, count));
+    EXPECT_EQ(count, 7);
+    EXPECT_EQ(f[0], 0.0f);
+    EXPECT_TRUE(std::signbit(f[1]) && f[1] == 0.0f);
+    EXPECT_EQ(f[2], 1e-40f); // subnormal
+    EXPECT_EQ(f[3], 0.1f);
+    EXPECT_EQ(f[4], 16777216.0f); // a tie, to even
+    EXPECT_EQ(f[5], 3.4028235e38f); // within half a spacing of the largest float
+    EXPECT_EQ(f[6], std::numeric_limits<float>::infinity()); // beyond it
+    double d = 0;
+    auto inner = p.beginArray();
+    ASSERT_TRUE(p.parseReal(d));
+    EXPECT_EQ(d, std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(inner.atEnd());
+    EXPECT_TRUE(it.atEnd());
+    EXPECT_TRUE(p.warnings().isEmpty());
+}
+
 TEST(JSONParser, MalformedTextIsFatalWhereTheWalkReachesIt)
 {
     BAS_JSONParser p("[1, 2, }");

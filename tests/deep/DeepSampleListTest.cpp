@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace
@@ -377,4 +378,28 @@ TEST(DeepSampleList, ChannelNamesLongerThanTheFieldAreNotCut)
     std::string out = dumpOf(l, chans, "x", 0, -1);
     EXPECT_NE(out.find("\ttransmission = {0}\n"), std::string::npos) << out;
     EXPECT_NE(out.find("\t  zfront = 3.40282e+38\n"), std::string::npos) << out;
+}
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define IMB_TEST_SANITIZED_ALLOCATOR 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define IMB_TEST_SANITIZED_ALLOCATOR 1
+#endif
+
+TEST(DeepSampleList, AFloatTotalBeyondInt32FailsAllocation)
+{
+#ifdef IMB_TEST_SANITIZED_ALLOCATOR
+    GTEST_SKIP() << "sanitizer allocators abort on impossible sizes instead of throwing";
+#else
+    ChannelsPtr chans = colourAlphaId();
+    // (5 + 2) x 400,000,000 floats do not fit a signed 32-bit count.
+    EXPECT_THROW(IMB_DeepSampleList(chans, 400000000), std::bad_alloc);
+    IMB_DeepSampleList l(chans, 1);
+    EXPECT_THROW(l.setSampleCount(400000000), std::bad_alloc);
+    EXPECT_EQ(l.sampleCapacity(), 0); // the old storage was freed first
+    EXPECT_EQ(l.sampleCount(), 0);
+#endif
 }
