@@ -48,23 +48,43 @@ void *reallocOrThrow(void *p, std::size_t bytes)
     return q;
 }
 
-// The list array closing works on: inline up to 32 entries.
+// The list array closing works on: room for max(32, n) entries, inline up
+// to 32. Only the first `used` entries are ever read (the lists extracted and
+// the N entries handed to the merge), so only those are constructed as null
+// pointers and destroyed again: closing a small pixel does not pay for 32.
 class ListArray
 {
 public:
-    explicit ListArray(int n) : mySize(n)
+    using ListPtr = IMB_DeepPixel::ListPtr;
+
+    ListArray(int room, int used) : myUsed(used)
     {
-        if (n > kInline)
-            myHeap.reset(new IMB_DeepPixel::ListPtr[static_cast<std::size_t>(n)]);
+        if (room > kInline)
+            myHeap.reset(static_cast<ListPtr *>(::operator new(sizeof(ListPtr) * static_cast<std::size_t>(room))));
+        ListPtr *p = data();
+        for (int i = 0; i < myUsed; ++i)
+            new (p + i) ListPtr();
     }
-    IMB_DeepPixel::ListPtr *data() { return myHeap ? myHeap.get() : myInline; }
-    int size() const { return mySize; }
+    ~ListArray()
+    {
+        ListPtr *p = data();
+        for (int i = 0; i < myUsed; ++i)
+            p[i].~ListPtr();
+    }
+    ListArray(const ListArray &) = delete;
+    ListArray &operator=(const ListArray &) = delete;
+
+    ListPtr *data() { return myHeap ? myHeap.get() : reinterpret_cast<ListPtr *>(myInline); }
 
 private:
+    struct FreeStorage
+    {
+        void operator()(ListPtr *p) const { ::operator delete(p); }
+    };
     static constexpr int kInline = 32;
-    int mySize;
-    IMB_DeepPixel::ListPtr myInline[kInline];
-    std::unique_ptr<IMB_DeepPixel::ListPtr[]> myHeap;
+    int myUsed;
+    alignas(ListPtr) unsigned char myInline[kInline * sizeof(ListPtr)];
+    std::unique_ptr<ListPtr, FreeStorage> myHeap;
 };
 } // namespace
 
@@ -244,7 +264,8 @@ IMB_DeepPixel::ListPtr IMB_DeepPixel::closePixel(const std::shared_ptr<IMB_DeepC
     }
     // Room for every sub-sample position (at least 32), and for every list
     // when unsupported ids make more lists than that.
-    ListArray lists(std::max({32, mySubSamples, n}));
+    const int used = std::max({1, mySubSamples, n});
+    ListArray lists(std::max(32, used), used);
     ListPtr *entries = lists.data();
     try
     {
