@@ -69,6 +69,9 @@ void loadConfig(ColourState &st)
         {
             OCIO::ConstConfigRcPtr fromFile = OCIO::Config::CreateFromFile(st.myConfigPath.c_str());
             OCIO::ConfigRcPtr config = fromFile->createEditableCopy();
+            // The editable copy of OpenColorIO 2.1 loses the default view
+            // transform; carry it over.
+            config->setDefaultViewTransformName(fromFile->getDefaultViewTransformName());
             st.myParseMode = 0;
             switch (BAS_EnvControl::getInt(kControlParseMode))
             {
