@@ -188,7 +188,8 @@ TEST(ColourSpaces, RolesAndSpacesInConfigurationOrder)
     BAS_StringArray spaces{"first"};
     IMB_OCIO::getColorSpaces(spaces);
     EXPECT_EQ(spaces, (BAS_StringArray{"first", "sRGB Monitor", "Rec709 Monitor", "lin_rec709", "srgb_texture",
-                                       "g24_rec709", "ACEScg", "log2_space", "cube_space", "Raw"}));
+                                       "g24_rec709", "ACEScg", "log2_space", "cube_space", "Raw",
+                                       "cube_plain", "plain_8bit", "plain_float"}));
     BAS_StringArray roles;
     IMB_OCIO::getRoles(roles);
     EXPECT_EQ(roles.size(), 7);
