@@ -8,3 +8,4 @@
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_Lookup.h>
 #include <IMB/IMB_OCIO.h>
+#include <IMB/IMB_Version.h>
