@@ -109,6 +109,9 @@ struct LookupAccess
             iv.hi = kFallbackHi[large ? 1 : 0];
         }
 
+        // A log grid is transformed as prepared, its values less the pre-shift
+        // lo; deliberate and kept: tables baked this way are what callers
+        // have stored and compare against.
         if (is3D(chain))
         {
             // Edge 96 only for the fixed fallback interval with `large`.

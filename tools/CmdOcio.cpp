@@ -48,10 +48,12 @@ void listWhat(const std::string &what)
             IMB_OCIO::getInfo(IMB_OCIO::lookupSpace(name), info);
             BAS_StringHolder tagName;
             const IMB_ColorSpace tag = IMB_OCIO::imbImageColorSpace(name, tagName);
-            const std::vector<double> vars = info.getOptionV("allocationvars");
+            std::string vars;
+            for (double v : info.getOptionV("allocationvars"))
+                vars += (vars.empty() ? "" : ", ") + fmt::format("{}", v);
             fmt::print("  {:<34} family {:<10} bitdepth {:<4} allocation {} [{}] tag {}\n", name.c_str(),
                        orDash(info.getOptionS("family").c_str()), info.getOptionS("bitdepth").c_str(),
-                       info.getOptionS("allocation").c_str(), fmt::join(vars, ", "), IMBgetColorSpaceName(tag));
+                       info.getOptionS("allocation").c_str(), vars, IMBgetColorSpaceName(tag));
         }
         fmt::print("well-known: sRGB \"{}\", Rec.709 \"{}\", linear Rec.709 \"{}\", raw \"{}\", files \"{}\"\n",
                    IMB_OCIO::getsRGBColorSpace().c_str(), IMB_OCIO::getRec709ColorSpace().c_str(),
