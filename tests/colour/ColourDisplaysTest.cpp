@@ -4,6 +4,7 @@
 
 #include <IMB/IMB_OCIO.h>
 
+#include <cmath>
 #include <string>
 
 using colour_test::dataPath;
@@ -168,4 +169,17 @@ TEST(ColourActiveDisplays, ActiveViewCommaListReplacesTheConfigurationList)
     EXPECT_EQ(activeViews(), (BAS_StringArray{"ViewB", "ViewA"}));
     // "ViewB " with its blank matches no view: the display's own default.
     EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("DispB")), "ViewB");
+}
+
+TEST(ColourActiveDisplays, DefaultViewProcessorFollowsTheActiveDisplay)
+{
+    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "Rec709 Monitor"}});
+    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "Rec709 Monitor");
+    // Its default view "Video" encodes with a 2.4 power.
+    IMB_OCIO::PHandle h = IMB_OCIO::lookupViewProcessor("lin_rec709", true);
+    float px[3] = {0.18f, 0.5f, 0.9f};
+    ASSERT_TRUE(IMB_OCIO::transform(h, px, 1, 3));
+    EXPECT_NEAR(px[0], std::pow(0.18, 1 / 2.4), 2e-4);
+    EXPECT_NEAR(px[1], std::pow(0.5, 1 / 2.4), 2e-4);
+    EXPECT_NEAR(px[2], std::pow(0.9, 1 / 2.4), 2e-4);
 }
