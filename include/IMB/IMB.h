@@ -9,3 +9,4 @@
 #include <IMB/IMB_Lookup.h>
 #include <IMB/IMB_OCIO.h>
 #include <IMB/IMB_Version.h>
+#include <IMB/IMB_DeepSampleFilter.h>
