@@ -179,14 +179,15 @@ ColorSpace::~ColorSpace() = default;
 const ColorSpace *lookupSpace(const BAS_StringHolder &name)
 {
     ColourState &st = colourState();
-    OCIO::ConstConfigRcPtr config = st.config();
-    if (!config)
-        return nullptr;
     {
+        // The cache is empty without configuration, so look there first.
         imb_detail::SpaceCache::const_accessor found;
         if (st.mySpaceCache.find(found, name))
             return found->second->hasSpace() ? found->second.get() : nullptr;
     }
+    OCIO::ConstConfigRcPtr config = st.config();
+    if (!config)
+        return nullptr;
     imb_detail::SpaceCache::accessor entry;
     if (st.mySpaceCache.insert(entry, name))
     {
