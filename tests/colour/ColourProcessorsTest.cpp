@@ -328,3 +328,29 @@ TEST(ColourProcessorsStress, EightThreadsLookUpAndTransformTogether)
         th.join();
     EXPECT_EQ(failures.load(), 0);
 }
+
+TEST(ColourProcessorsStress, ConcurrentFirstRequestsShareOneEntry)
+{
+    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
+    std::vector<const IMB_OCIO::ColorSpace *> spaces(8);
+    std::vector<const IMB_OCIO::ProcessorRecord *> records(8);
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+            ++ready;
+            while (ready.load() < 8)
+                std::this_thread::yield();
+            spaces[t] = IMB_OCIO::lookupSpace("acescg_ap1");
+            records[t] = IMB_OCIO::lookupProcessor("acescg_ap1", "srgb_tx", "warm", true).record();
+        });
+    for (std::thread &th : threads)
+        th.join();
+    ASSERT_NE(spaces[0], nullptr);
+    ASSERT_NE(records[0], nullptr);
+    for (int t = 1; t < 8; ++t)
+    {
+        EXPECT_EQ(spaces[t], spaces[0]);
+        EXPECT_EQ(records[t], records[0]);
+    }
+}
