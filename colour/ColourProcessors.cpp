@@ -5,10 +5,10 @@
 
 #include "platform/Log.h"
 
-#include <cstdarg>
-#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
+#include <string_view>
 
 namespace imb_detail
 {
@@ -18,31 +18,43 @@ namespace
 // go pixel by pixel, which avoids the packed image's set-up cost.
 constexpr int kPackedCutOver = 128;
 
-// Formats a cache key: an inline buffer for the common case, the heap beyond.
-BAS_StringHolder formatKey(const char *pattern, ...) __attribute__((format(printf, 1, 2)));
-BAS_StringHolder formatKey(const char *pattern, ...)
+// Builds a cache key from its pieces in an inline buffer of 2000 bytes that
+// moves to the heap for longer keys. Plain concatenation: the keys are the
+// texts of the printf patterns "src:%s dst:%s lks:%s fwd:%c",
+// "View: src:%s dsp:%s vw:%s fwd:%c" and "View: src:%s %c", without the cost
+// of parsing a pattern on every cached lookup.
+class KeyBuffer
 {
-    char inlineBuf[2000];
-    va_list args;
-    va_start(args, pattern);
-    va_list copy;
-    va_copy(copy, args);
-    const int n = std::vsnprintf(inlineBuf, sizeof inlineBuf, pattern, args);
-    va_end(args);
-    BAS_StringHolder key;
-    if (n < 0)
-        key = BAS_StringHolder("");
-    else if (static_cast<std::size_t>(n) < sizeof inlineBuf)
-        key = BAS_StringHolder(inlineBuf, static_cast<std::size_t>(n));
-    else
+public:
+    KeyBuffer &operator<<(std::string_view text)
     {
-        std::string big(static_cast<std::size_t>(n) + 1, '\0');
-        std::vsnprintf(big.data(), big.size(), pattern, copy);
-        key = BAS_StringHolder(big.data(), static_cast<std::size_t>(n));
+        if (!myOnHeap && myLength + text.size() <= sizeof myInline)
+        {
+            std::memcpy(myInline + myLength, text.data(), text.size());
+            myLength += text.size();
+            return *this;
+        }
+        if (!myOnHeap)
+        {
+            myHeap.assign(myInline, myLength);
+            myOnHeap = true;
+        }
+        myHeap.append(text.data(), text.size());
+        return *this;
     }
-    va_end(copy);
-    return key;
-}
+    KeyBuffer &operator<<(char c) { return *this << std::string_view(&c, 1); }
+
+    BAS_StringHolder holder() const
+    {
+        return myOnHeap ? BAS_StringHolder(myHeap.data(), myHeap.size()) : BAS_StringHolder(myInline, myLength);
+    }
+
+private:
+    char myInline[2000];
+    std::size_t myLength = 0;
+    bool myOnHeap = false;
+    std::string myHeap;
+};
 
 char dirChar(bool forward)
 {
@@ -199,8 +211,10 @@ bool PHandle::isNoOp() const
 PHandle lookupProcessor(const BAS_StringHolder &src, const BAS_StringHolder &dst, const BAS_StringHolder &looks,
                         bool forward)
 {
-    const BAS_StringHolder key = imb_detail::formatKey("src:%s dst:%s lks:%s fwd:%c", src.c_str(), dst.c_str(),
-                                                       looks.c_str(), imb_detail::dirChar(forward));
+    imb_detail::KeyBuffer buf;
+    buf << "src:" << src.view() << " dst:" << dst.view() << " lks:" << looks.view() << " fwd:"
+        << imb_detail::dirChar(forward);
+    const BAS_StringHolder key = buf.holder();
     return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
         imb_detail::buildSpaceProcessor(rec, src, dst, looks, forward);
     });
@@ -216,8 +230,10 @@ PHandle lookupProcessor(const ColorSpace *src, const ColorSpace *dst, const BAS_
 PHandle lookupViewProcessor(const BAS_StringHolder &src, const BAS_StringHolder &display,
                             const BAS_StringHolder &view, bool forward)
 {
-    const BAS_StringHolder key = imb_detail::formatKey("View: src:%s dsp:%s vw:%s fwd:%c", src.c_str(),
-                                                       display.c_str(), view.c_str(), imb_detail::dirChar(forward));
+    imb_detail::KeyBuffer buf;
+    buf << "View: src:" << src.view() << " dsp:" << display.view() << " vw:" << view.view() << " fwd:"
+        << imb_detail::dirChar(forward);
+    const BAS_StringHolder key = buf.holder();
     return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
         imb_detail::buildViewProcessor(rec, src, display.c_str(), view.c_str(), forward);
     });
@@ -225,8 +241,9 @@ PHandle lookupViewProcessor(const BAS_StringHolder &src, const BAS_StringHolder 
 
 PHandle lookupViewProcessor(const BAS_StringHolder &src, bool forward)
 {
-    const BAS_StringHolder key =
-        imb_detail::formatKey("View: src:%s %c", src.c_str(), imb_detail::dirChar(forward));
+    imb_detail::KeyBuffer buf;
+    buf << "View: src:" << src.view() << ' ' << imb_detail::dirChar(forward);
+    const BAS_StringHolder key = buf.holder();
     return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
         OCIO::ConstConfigRcPtr config = colourState().config();
         const char *display = getDefaultDisplay();

@@ -5,6 +5,7 @@
 #include <IMB/IMB_OCIO.h>
 
 #include <atomic>
+#include <string>
 #include <cmath>
 #include <thread>
 #include <vector>
@@ -353,4 +354,24 @@ TEST(ColourProcessorsStress, ConcurrentFirstRequestsShareOneEntry)
         EXPECT_EQ(spaces[t], spaces[0]);
         EXPECT_EQ(records[t], records[0]);
     }
+}
+
+TEST(ColourProcessors, KeysLongerThanTheInlineBufferAreCachedToo)
+{
+    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
+    const std::string longName(3000, 'x');
+    const std::string otherName = std::string(2999, 'x') + "y";
+    IMB_OCIO::PHandle a = IMB_OCIO::lookupProcessor(longName.c_str(), "lin_rec709", "", true);
+    IMB_OCIO::PHandle b = IMB_OCIO::lookupProcessor(longName.c_str(), "lin_rec709", "", true);
+    IMB_OCIO::PHandle c = IMB_OCIO::lookupProcessor(otherName.c_str(), "lin_rec709", "", true);
+    ASSERT_NE(a.record(), nullptr);
+    EXPECT_FALSE(a.isValid());
+    EXPECT_EQ(a.record(), b.record());
+    EXPECT_NE(a.record(), c.record());
+    // A long looks text on a known pair: the unknown look is left out.
+    const std::string longLook(2500, 'l');
+    IMB_OCIO::PHandle d = IMB_OCIO::lookupProcessor("srgb_texture", "lin_rec709", longLook.c_str(), true);
+    EXPECT_TRUE(d.isValid());
+    EXPECT_EQ(d.record(), IMB_OCIO::lookupProcessor("srgb_texture", "lin_rec709", longLook.c_str(), true).record());
+    EXPECT_NE(d.record(), IMB_OCIO::lookupProcessor("srgb_texture", "lin_rec709", "", true).record());
 }
