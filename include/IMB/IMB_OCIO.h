@@ -195,11 +195,14 @@ private:
     uint32 mySerial = 0;
 };
 
-// Processor from colour space src to dst, through `looks` (one look name; a
-// leading '+' is ignored, a leading '-' applies the look inverted), forward or
-// inverse. Cached by the text of the request; an invalid handle when the
-// configuration is missing, a space is unknown or building fails. An unknown
-// look is left out (reported on stderr when control 97 > 0).
+// Processor from colour space src to dst, through `looks` (one look name),
+// forward or inverse. A leading '+' on the look is ignored; a leading '-'
+// reverses the direction of the whole look transform (src -> look -> dst
+// becomes its inverse), also when the look itself is unknown. Cached by the
+// text of the request, so an alias and its canonical name get two entries.
+// An invalid handle when the configuration is missing, a space is unknown or
+// building fails. An unknown look is left out (reported on stderr as
+// "OCIO unknown look: <name>" when control 97 > 0).
 IMB_API PHandle lookupProcessor(const BAS_StringHolder &src, const BAS_StringHolder &dst,
                                 const BAS_StringHolder &looks, bool forward);
 // The same, keyed by the two handles' names.
