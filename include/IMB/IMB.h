@@ -6,6 +6,8 @@
 #include <IMB/IMB_API.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
+#include <IMB/IMB_Lookup.h>
+#include <IMB/IMB_OCIO.h>
 #include <IMB/IMB_Version.h>
 #include <IMB/IMB_DeepPixel.h>
 #include <IMB/IMB_DeepSampleFilter.h>
