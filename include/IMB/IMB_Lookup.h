@@ -276,8 +276,11 @@ public:
     // space with log sampling). A fraction within 1e-5 of a sample takes that
     // sample as is. Nothing happens without a cube.
     void eval3DLUT(float rgb[3]) const;
-    // The input value of grid index i (over the track length for 1D types,
-    // the cube edge for a pure cube), linear or logarithmic.
+    // The input value of grid index i: dmin + i (dmax - dmin)/(m - 1), or with
+    // log sampling e^(ln dmin + i (ln dmax - ln dmin)/(m - 1)) with e taken
+    // as the float 2.7182819843292236. m is the track length when the type
+    // word has any bit of 127 (the cube bit included), else the cube edge;
+    // kept as is. dmin when m < 2.
     double indexToValue(int i) const;
 
     // ------------------------------------------------------------ editing
@@ -317,9 +320,12 @@ public:
     // (x - dmin)(N - 1)/(dmax - dmin), or in log space (ln x - ln dmin)(N - 1)
     // / (ln dmax - ln dmin), and the neighbouring samples are interpolated.
     // An empty domain reads sample 0. Channels without a table stay.
-    // Cube: int8, int16, float and half rasters; float pixels with a NaN
-    // component are left unchanged; channel 3 only copies alpha into R, G, B.
-    // 32-bit integer rasters are left unchanged by cubes (kept as designed).
+    // Cube: int8, int16, float and half rasters with at least three
+    // components per pixel; float and half pixels with a NaN component are
+    // left unchanged; the cube reads and writes R, G and B, then a given
+    // channel 0-2 is copied as above; channel 3 only copies alpha into R, G,
+    // B. 32-bit integer rasters are left unchanged by cubes (kept as
+    // designed). The log bias is not used here.
     // Rasters above 100,000 pixels are split over the shared thread pool.
     void applyLUT(IMB_Raster &r, float gamma = 1.0f, float black = 0.0f, float white = 1.0f,
                   int channel = -1) const;
@@ -369,7 +375,10 @@ private:
     void prep1DLUT(float *grid, int size, bool linear, double lo, double hi);
     // Allocates the padded cube of edge 64 (96 when `large`), destroys the
     // tracks and fills every sample, padding included, with its own grid
-    // coordinate as prep1DLUT does per axis (red fastest).
+    // coordinate per axis (red fastest). Linear: lo + i (hi - lo)/(edge - 1)
+    // clamped to [lo, hi], pre-shift 0. Log: the domain becomes [lo, hi], the
+    // coordinate is exp(ln lo + i (ln hi - ln lo)/(edge - 1)) - lo (unclamped)
+    // and the pre-shift lo. The type is left to the caller.
     void prep3DLUT(bool linear, double lo, double hi, double unused, int large);
     // Allocation of the sampling interval from src, then dest; the lg2
     // default for floating-point dest spaces; else 0-1 uniform with false.
