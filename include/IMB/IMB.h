@@ -7,4 +7,6 @@
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_Lookup.h>
+#include <IMB/platform/BAS_FileLUT.h>
+#include <IMB/platform/BAS_IOTable.h>
 #include <IMB/IMB_Version.h>

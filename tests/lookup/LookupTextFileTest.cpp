@@ -644,3 +644,32 @@ TEST(LookupTextRoundTrip, CubesWithAndWithoutPreTableComeBack)
     ASSERT_EQ(back2.get3DSize(), 4);
     EXPECT_EQ(back2.get3DLUT()[3 * 124 + 1], float(throughG(pre.get3DLUT()[3 * 124 + 1])));
 }
+
+// ---------------------------------------------------------------- bounded memory
+
+TEST(LookupTextReader, OverLongTokenIsCutAndMarkedSoItCannotPassAsANumber)
+{
+    const std::string digits(5000, '7');
+    IMB_Lookup lut;
+    std::string messages;
+    EXPECT_FALSE(loadText(lut, "Version 1\nType C\nLength 1\nLUT:\nRGB { " + digits + " }\n", messages));
+    EXPECT_EQ(messages, "Bad LUT value '" + digits.substr(0, 4096) + "...' on line 5\n"
+                        "LUT failed to load: error on line 5\n");
+}
+
+TEST(LookupTextReader, LineLongerThanTheBufferIsReadInPiecesWithItsLineNumber)
+{
+    // A whole cube of edge 48 on one line (about 2.3 MB), then a bad entry.
+    const int n = 48;
+    std::string text = "Version 2\nType 3D\nLength 48\nLUT:\n{";
+    for (int i = 0; i < n * n * n; ++i)
+        text += " 0.25 0.5 " + std::to_string(i % 7);
+    text += " }\n3D\n";
+    IMB_Lookup lut;
+    std::string messages;
+    EXPECT_FALSE(loadText(lut, text, messages));
+    EXPECT_EQ(messages, "Can only have 1 3D LUT\nLUT failed to load: error on line 6\n");
+    ASSERT_EQ(lut.get3DSize(), n);
+    EXPECT_EQ(cubeAt(lut, n - 1, n - 1, n - 1, 2), float((n * n * n - 1) % 7));
+    EXPECT_EQ(cubeAt(lut, 5, 0, 0, 1), 0.5f);
+}
