@@ -158,6 +158,8 @@ bool failAt(int line)
 
 bool IMB_Lookup::save(FILE *fp) const
 {
+    if (!fp)
+        return false;
     const int32 type = myType;
     const int32 base = type & ~IMB_LUT_LOG_SAMPLING;
     const int version = imb_detail::lookupFileVersion(type);
