@@ -10,3 +10,4 @@
 #include <IMB/platform/BAS_FileLUT.h>
 #include <IMB/platform/BAS_IOTable.h>
 #include <IMB/IMB_Version.h>
+#include <IMB/IMB_DeepSampleFilter.h>
