@@ -452,6 +452,13 @@ TEST(LookupTextReader, LabelsSelectTracksAndUnknownLabelsSelectTrackZero)
     EXPECT_EQ(track(lut, 2), std::vector<double>{3});
 }
 
+TEST(LookupTextReader, BlocksMayStartOnTheLutLine)
+{
+    IMB_Lookup lut;
+    EXPECT_TRUE(loadText(lut, "Version 1\nType C\nLength 2\nLUT: RGB { 0.5 1 }\n"));
+    EXPECT_EQ(track(lut, 0), (std::vector<double>{0.5, 1}));
+}
+
 TEST(LookupTextReader, HeaderOnlyStopsAtTheLutLine)
 {
     IMB_Lookup lut;
