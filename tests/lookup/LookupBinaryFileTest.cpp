@@ -219,6 +219,8 @@ TEST(LookupBinaryReader, VersionFourPrintsTheVersionMessageAndFails)
     EXPECT_EQ(messages, "LUT reader is version 3: LUT is version 1000.\n");
 }
 
+namespace
+{
 struct BadBinary
 {
     const char *name;
@@ -228,6 +230,7 @@ struct BadBinary
 class LookupBinaryReaderRefuses : public testing::TestWithParam<BadBinary>
 {
 };
+} // namespace
 
 TEST_P(LookupBinaryReaderRefuses, SilentlyAndWhateverTheHeaderOnlyFlag)
 {
@@ -238,6 +241,8 @@ TEST_P(LookupBinaryReaderRefuses, SilentlyAndWhateverTheHeaderOnlyFlag)
     }
 }
 
+namespace
+{
 std::vector<BadBinary> badBinaries()
 {
     const int32_t all = IMB_LUT_ALL;
@@ -267,6 +272,7 @@ std::vector<BadBinary> badBinaries()
         {"PreTableKindBad", Bytes().header(3, 5, IMB_LUT_3D_1D).i32(1).i32(1).u8(0).data},
     };
 }
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(All, LookupBinaryReaderRefuses, testing::ValuesIn(badBinaries()),
                          [](const testing::TestParamInfo<BadBinary> &info) { return info.param.name; });

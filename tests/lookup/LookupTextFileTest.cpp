@@ -230,6 +230,8 @@ TEST(LookupTextWriter, CubeIsWrittenRedFastestWithoutPaddingAndTheLogBiasIsDropp
 
 // ---------------------------------------------------------------- reader messages
 
+namespace
+{
 struct BadFile
 {
     const char *name;
@@ -240,6 +242,7 @@ struct BadFile
 class LookupTextReaderMessage : public testing::TestWithParam<BadFile>
 {
 };
+} // namespace
 
 TEST_P(LookupTextReaderMessage, IsPrintedExactlyAndTheLoadFails)
 {
@@ -249,6 +252,8 @@ TEST_P(LookupTextReaderMessage, IsPrintedExactlyAndTheLoadFails)
     EXPECT_EQ(messages, GetParam().messages);
 }
 
+namespace
+{
 const BadFile theBadFiles[] = {
     {"NoVersion", "Format any\n", "LUT failed to load: error on line 1\n"},
     {"VersionFour", "Version 4\n", "LUT failed to load: error on line 1\n"},
@@ -289,6 +294,7 @@ const BadFile theBadFiles[] = {
     {"SecondCubeAfterPreTable", "Version 3\nType 3D+1D\nLength 1 2\nLUT:\nPre { 0 1 }\n3D { 0 0 0 }\n3D { 1 1 1 }\n",
      "Can only have 1 3D LUT\nLUT failed to load: error on line 7\n"},
 };
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(All, LookupTextReaderMessage, testing::ValuesIn(theBadFiles),
                          [](const testing::TestParamInfo<BadFile> &info) { return info.param.name; });
