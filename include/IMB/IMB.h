@@ -10,4 +10,5 @@
 #include <IMB/platform/BAS_FileLUT.h>
 #include <IMB/platform/BAS_IOTable.h>
 #include <IMB/IMB_Version.h>
+#include <IMB/IMB_DeepPixel.h>
 #include <IMB/IMB_DeepSampleFilter.h>
