@@ -17,7 +17,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         IMB_Lookup lut;
         const bool ok = lut.loadBinary(in, headerOnly != 0);
         std::fclose(in);
-        if (ok && !headerOnly)
+        // Write back only modest tables: the writers' time grows with the
+        // table (a cube of edge 256 is 16.7 million triples); the readers
+        // are the target.
+        if (ok && !headerOnly && lut.get3DSize() <= 32 && lut.getTableSize() <= 4096)
         {
             FILE *out = std::fopen("/dev/null", "w");
             if (out)

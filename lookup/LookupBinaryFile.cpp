@@ -28,9 +28,36 @@ uint16 halfBits(float v)
     return v == 0.0f ? 0 : half16::fromFloat(v);
 }
 
-bool writeSample(FILE *fp, float v, bool half)
+// Writes `count` samples as float32 or half16, little-endian, through one
+// buffer (one fwrite per few thousand samples rather than one per sample).
+template <typename Get> bool writeSamples(FILE *fp, bool half, int64 count, Get get)
 {
-    return half ? writeUInt16(fp, halfBits(v)) : writeFloat32(fp, v);
+    unsigned char buffer[8192];
+    std::size_t used = 0;
+    for (int64 i = 0; i < count; ++i)
+    {
+        const float v = get(i);
+        if (half)
+        {
+            const uint16 h = halfBits(v);
+            buffer[used++] = static_cast<unsigned char>(h);
+            buffer[used++] = static_cast<unsigned char>(h >> 8);
+        }
+        else
+        {
+            uint32 bits;
+            std::memcpy(&bits, &v, 4);
+            for (int b = 0; b < 4; ++b)
+                buffer[used++] = static_cast<unsigned char>(bits >> (8 * b));
+        }
+        if (used + 4 > sizeof buffer)
+        {
+            if (std::fwrite(buffer, 1, used, fp) != used)
+                return false;
+            used = 0;
+        }
+    }
+    return used == 0 || std::fwrite(buffer, 1, used, fp) == used;
 }
 
 // Reads `count` samples of the given kind into `out` as floats.
@@ -98,8 +125,8 @@ bool IMB_Lookup::saveBinary(FILE *fp, bool half) const
         for (int t = 0; ok && t < tracks; ++t)
         {
             const double *samples = myClip->getTrack(t)->getData();
-            for (int64 i = 0; ok && samples && i < n; ++i)
-                ok = writeSample(fp, narrowSample(samples[i]), half);
+            if (samples && n > 0)
+                ok = writeSamples(fp, half, n, [samples](int64 i) { return narrowSample(samples[i]); });
         }
     }
     if (type & IMB_LUT_3D)
@@ -112,8 +139,7 @@ bool IMB_Lookup::saveBinary(FILE *fp, bool half) const
             for (int64 j = 0; ok && j < n; ++j)
             {
                 const float *row = cube + 3 * (e * j + e * e * k);
-                for (int64 c = 0; ok && c < 3 * n; ++c)
-                    ok = writeSample(fp, row[c], half);
+                ok = writeSamples(fp, half, 3 * n, [row](int64 c) { return row[c]; });
             }
     }
     return ok;

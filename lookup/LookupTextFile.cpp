@@ -158,6 +158,8 @@ bool failAt(int line)
 
 bool IMB_Lookup::save(FILE *fp) const
 {
+    if (!fp)
+        return false;
     const int32 type = myType;
     const int32 base = type & ~IMB_LUT_LOG_SAMPLING;
     const int version = imb_detail::lookupFileVersion(type);
@@ -269,16 +271,15 @@ bool IMB_Lookup::load(FILE *fp, bool headerOnly)
         if (!wb.nextToken(token))
             continue;
         const int line = wb.lineNumber();
-        std::string_view arg;
-        const bool hasArg = wb.nextToken(arg);
-        if (!hasArg)
-            arg = std::string_view();
-
         if (iequals(token, "LUT:"))
         {
             sawLutLine = true;
             break;
         }
+        std::string_view arg;
+        if (!wb.nextToken(arg))
+            arg = std::string_view();
+
         if (iequals(token, "Format"))
         {
             bool found = false;

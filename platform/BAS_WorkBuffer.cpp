@@ -19,6 +19,8 @@ bool BAS_WorkBuffer::readLine()
 
     bool gotAny = false;
     bool inComment = false;
+    bool split = false;
+    std::size_t tokenLength = 0;
     int c;
     while ((c = std::getc(myFile)) != EOF)
     {
@@ -27,20 +29,40 @@ bool BAS_WorkBuffer::readLine()
             break;
         if (inComment)
             continue;
-        if (myComment && c == myComment)
+        const char ch = static_cast<char>(c);
+        if (myComment && ch == myComment)
         {
             inComment = true;
             continue;
         }
-        myLine.push_back(static_cast<char>(c));
+        if (isSeparator(ch))
+        {
+            tokenLength = 0;
+            if (myLine.size() >= kMaxLineLength)
+            {
+                // Split an over-long line between two tokens; the rest
+                // follows as a continuation with the same line number.
+                split = true;
+                break;
+            }
+            myLine.push_back(ch);
+            continue;
+        }
+        if (tokenLength == kMaxTokenLength)
+            myLine += "...";
+        if (tokenLength++ >= kMaxTokenLength)
+            continue;
+        myLine.push_back(ch);
     }
     if (c == EOF)
         myEof = true;
     if (!gotAny)
         return false;
-    if (!myLine.empty() && myLine.back() == '\r')
+    if (!split && !myLine.empty() && myLine.back() == '\r')
         myLine.pop_back();
-    ++myLineNumber;
+    if (!myContinues)
+        ++myLineNumber;
+    myContinues = split;
     return true;
 }
 

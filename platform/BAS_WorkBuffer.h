@@ -7,6 +7,11 @@
 // (getToken). lineNumber() is the 1-based number of the line the last token
 // came from, for messages. A line ending in "\r\n" is read like one ending in
 // "\n". The buffer does not own the FILE*. Not thread-safe; use one per reader.
+//
+// Memory is bounded whatever the input: a token longer than kMaxTokenLength
+// characters is cut there and marked with "..." (so it can be neither a
+// number nor a keyword), and a line longer than kMaxLineLength is handed out
+// in pieces split between tokens, each piece keeping the line's number.
 #pragma once
 
 #include <cstdio>
@@ -16,6 +21,9 @@
 class BAS_WorkBuffer
 {
 public:
+    static constexpr std::size_t kMaxTokenLength = 4096;
+    static constexpr std::size_t kMaxLineLength = 1 << 20;
+
     // Reads from `fp` (not owned). `comment` starts a comment ('\0' for none);
     // every character of `separators` separates tokens.
     explicit BAS_WorkBuffer(FILE *fp, char comment = '#', const char *separators = " \t");
@@ -52,4 +60,5 @@ private:
     std::size_t myPos = 0;
     int myLineNumber = 0;
     bool myEof = false;
+    bool myContinues = false;
 };

@@ -230,6 +230,8 @@ TEST(LookupTextWriter, CubeIsWrittenRedFastestWithoutPaddingAndTheLogBiasIsDropp
 
 // ---------------------------------------------------------------- reader messages
 
+namespace
+{
 struct BadFile
 {
     const char *name;
@@ -240,6 +242,7 @@ struct BadFile
 class LookupTextReaderMessage : public testing::TestWithParam<BadFile>
 {
 };
+} // namespace
 
 TEST_P(LookupTextReaderMessage, IsPrintedExactlyAndTheLoadFails)
 {
@@ -249,6 +252,8 @@ TEST_P(LookupTextReaderMessage, IsPrintedExactlyAndTheLoadFails)
     EXPECT_EQ(messages, GetParam().messages);
 }
 
+namespace
+{
 const BadFile theBadFiles[] = {
     {"NoVersion", "Format any\n", "LUT failed to load: error on line 1\n"},
     {"VersionFour", "Version 4\n", "LUT failed to load: error on line 1\n"},
@@ -289,6 +294,7 @@ const BadFile theBadFiles[] = {
     {"SecondCubeAfterPreTable", "Version 3\nType 3D+1D\nLength 1 2\nLUT:\nPre { 0 1 }\n3D { 0 0 0 }\n3D { 1 1 1 }\n",
      "Can only have 1 3D LUT\nLUT failed to load: error on line 7\n"},
 };
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(All, LookupTextReaderMessage, testing::ValuesIn(theBadFiles),
                          [](const testing::TestParamInfo<BadFile> &info) { return info.param.name; });
@@ -450,6 +456,13 @@ TEST(LookupTextReader, LabelsSelectTracksAndUnknownLabelsSelectTrackZero)
     EXPECT_EQ(track(lut, 0), std::vector<double>{1});
     EXPECT_EQ(track(lut, 1), std::vector<double>{2});
     EXPECT_EQ(track(lut, 2), std::vector<double>{3});
+}
+
+TEST(LookupTextReader, BlocksMayStartOnTheLutLine)
+{
+    IMB_Lookup lut;
+    EXPECT_TRUE(loadText(lut, "Version 1\nType C\nLength 2\nLUT: RGB { 0.5 1 }\n"));
+    EXPECT_EQ(track(lut, 0), (std::vector<double>{0.5, 1}));
 }
 
 TEST(LookupTextReader, HeaderOnlyStopsAtTheLutLine)
@@ -643,4 +656,33 @@ TEST(LookupTextRoundTrip, CubesWithAndWithoutPreTableComeBack)
     EXPECT_EQ(track(back2, 0), (std::vector<double>{0, 0.125, 1}));
     ASSERT_EQ(back2.get3DSize(), 4);
     EXPECT_EQ(back2.get3DLUT()[3 * 124 + 1], float(throughG(pre.get3DLUT()[3 * 124 + 1])));
+}
+
+// ---------------------------------------------------------------- bounded memory
+
+TEST(LookupTextReader, OverLongTokenIsCutAndMarkedSoItCannotPassAsANumber)
+{
+    const std::string digits(5000, '7');
+    IMB_Lookup lut;
+    std::string messages;
+    EXPECT_FALSE(loadText(lut, "Version 1\nType C\nLength 1\nLUT:\nRGB { " + digits + " }\n", messages));
+    EXPECT_EQ(messages, "Bad LUT value '" + digits.substr(0, 4096) + "...' on line 5\n"
+                        "LUT failed to load: error on line 5\n");
+}
+
+TEST(LookupTextReader, LineLongerThanTheBufferIsReadInPiecesWithItsLineNumber)
+{
+    // A whole cube of edge 48 on one line (about 2.3 MB), then a bad entry.
+    const int n = 48;
+    std::string text = "Version 2\nType 3D\nLength 48\nLUT:\n{";
+    for (int i = 0; i < n * n * n; ++i)
+        text += " 0.25 0.5 " + std::to_string(i % 7);
+    text += " }\n3D\n";
+    IMB_Lookup lut;
+    std::string messages;
+    EXPECT_FALSE(loadText(lut, text, messages));
+    EXPECT_EQ(messages, "Can only have 1 3D LUT\nLUT failed to load: error on line 6\n");
+    ASSERT_EQ(lut.get3DSize(), n);
+    EXPECT_EQ(cubeAt(lut, n - 1, n - 1, n - 1, 2), float((n * n * n - 1) % 7));
+    EXPECT_EQ(cubeAt(lut, 5, 0, 0, 1), 0.5f);
 }
