@@ -6,3 +6,4 @@
 #include <IMB/IMB_API.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
+#include <IMB/IMB_LumFuncs.h>
