@@ -132,9 +132,11 @@ template <class T> T averagePixel(const T *const c[4])
     }
     else
     {
-        float acc = float(valueOf(*present[0]));
-        for (int k = 1; k < n; ++k)
-            acc += float(valueOf(*present[k]));
+        // Without red the sum starts from 0 (so a lone -0 gives +0).
+        float acc = c[0] ? float(valueOf(*c[0])) : 0.0f;
+        for (int k = 1; k < 4; ++k)
+            if (c[k])
+                acc += float(valueOf(*c[k]));
         if (n > 1)
             acc *= lumaAverageFactor[n];
         return fromFloatResult<T>(acc);

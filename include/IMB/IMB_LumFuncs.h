@@ -29,7 +29,9 @@
 //    exceed white (four 8-bit channels of 254 or 255 give 256): it is clamped
 //    to white instead of wrapping to black.
 //  - Float and half average: the sum of the present channels, in the order
-//    red, green, blue, alpha, times 1 (n = 1), 0.5, 0.333333 or 0.25.
+//    red, green, blue, alpha, times 1 (n = 1), 0.5, 0.333333 or 0.25. As for
+//    the weighted sums, without red the sum starts from 0 (a lone -0 gives
+//    +0).
 //  - Maximum and minimum compare with `>` and `<`: a NaN in a later channel
 //    never replaces the running value; a NaN in red stays.
 #pragma once
