@@ -216,27 +216,48 @@ template <int S, bool withAlpha> int64 runU32(const LumaJob &job)
         }
         return i;
     }
-    if (job.func > 1)
-        return 0; // average: scalar
-    // Weighted sums in double precision: floor(y + 0.5), clamped to 32 bits.
+    // Weighted sums and average in double precision, where every 32-bit
+    // value and every share is exact.
     const hn::ScalableTag<double> dd;
     const hn::Rebind<int64_t, decltype(dd)> di64;
     const hn::Rebind<uint64_t, decltype(dd)> du64;
     const hn::Rebind<uint32_t, decltype(dd)> d32;
     const size_t N = hn::Lanes(dd);
     const int64 end = vectorEnd(job, N);
-    const double *w = lumaRealWeights64[job.func];
-    const auto wr = hn::Set(dd, w[0]), wg = hn::Set(dd, w[1]), wb = hn::Set(dd, w[2]);
-    const auto half = hn::Set(dd, 0.5), top = hn::Set(dd, 4294967295.0);
+    const auto top = hn::Set(dd, 4294967295.0);
     hn::VFromD<decltype(d32)> r, g, b, a = hn::Zero(d32);
     auto toDouble = [&](auto c) { return hn::ConvertTo(dd, hn::BitCast(di64, hn::PromoteTo(du64, c))); };
+    auto store = [&](int64 at, auto y) {
+        auto q = hn::BitCast(du64, hn::ConvertTo(di64, hn::Min(y, top))); // never negative
+        hn::StoreU(hn::TruncateTo(d32, q), d32, dst + at);
+    };
+    if (job.func <= 1)
+    {
+        // floor(y + 0.5), clamped to 32 bits.
+        const double *w = lumaRealWeights64[job.func];
+        const auto wr = hn::Set(dd, w[0]), wg = hn::Set(dd, w[1]), wb = hn::Set(dd, w[2]);
+        const auto half = hn::Set(dd, 0.5);
+        for (; i <= end; i += N)
+        {
+            loadPixels<S, false>(d32, job, i, r, g, b, a);
+            auto y = hn::Add(hn::Add(hn::Mul(toDouble(r), wr), hn::Mul(toDouble(g), wg)), hn::Mul(toDouble(b), wb));
+            store(i, hn::Floor(hn::Add(y, half)));
+        }
+        return i;
+    }
+    // Average: (c + 1) / 3 (a true division: the quotient of integers below
+    // 2^33 never rounds across an integer) or (c + 2) / 4 per channel, summed
+    // and clamped to white.
+    const auto one = hn::Set(dd, 1.0), two = hn::Set(dd, 2.0), three = hn::Set(dd, 3.0), quarter = hn::Set(dd, 0.25);
+    auto share3 = [&](auto c) { return hn::Floor(hn::Div(hn::Add(toDouble(c), one), three)); };
+    auto share4 = [&](auto c) { return hn::Floor(hn::Mul(hn::Add(toDouble(c), two), quarter)); };
     for (; i <= end; i += N)
     {
-        loadPixels<S, false>(d32, job, i, r, g, b, a);
-        auto y = hn::Add(hn::Add(hn::Mul(toDouble(r), wr), hn::Mul(toDouble(g), wg)), hn::Mul(toDouble(b), wb));
-        y = hn::Min(hn::Floor(hn::Add(y, half)), top); // never negative
-        auto q = hn::BitCast(du64, hn::ConvertTo(di64, y));
-        hn::StoreU(hn::TruncateTo(d32, q), d32, dst + i);
+        loadPixels<S, withAlpha>(d32, job, i, r, g, b, a);
+        if constexpr (withAlpha)
+            store(i, hn::Add(hn::Add(share4(r), share4(g)), hn::Add(share4(b), share4(a))));
+        else
+            store(i, hn::Add(hn::Add(share3(r), share3(g)), share3(b)));
     }
     return i;
 }
