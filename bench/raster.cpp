@@ -1,13 +1,13 @@
 // Raster pixel access on a UHD RGBA raster: per-pixel getPixelValue and
 // setPixelValue in every format, and extract/insert of a large rectangle.
-// Every case also times a memcpy of the same bytes in the same run and
+// Times are thread CPU time. Every case also times a memcpy of the same bytes in the same run and
 // reports the ratio as vs_memcpy (below 1 is faster than memcpy).
 #include <IMB/IMB.h>
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <cstring>
 #include <vector>
 
@@ -16,7 +16,18 @@ namespace
 constexpr int64 theWidth = 3840;
 constexpr int64 theHeight = 2160;
 
-using Clock = std::chrono::steady_clock;
+// Thread CPU time: the build machines are shared, and wall time there
+// measures the neighbours as much as the code.
+struct Clock
+{
+    using time_point = double;
+    static double now()
+    {
+        timespec ts;
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+        return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+    }
+};
 
 // Best of a few memcpy runs of `bytes` bytes between two warm buffers, in
 // seconds.
@@ -29,7 +40,7 @@ double memcpySeconds(std::size_t bytes)
         auto t0 = Clock::now();
         std::memcpy(dst.data(), src.data(), bytes);
         benchmark::ClobberMemory();
-        best = std::min(best, std::chrono::duration<double>(Clock::now() - t0).count());
+        best = std::min(best, (Clock::now() - t0));
     }
     benchmark::DoNotOptimize(dst.data());
     return best;
@@ -71,7 +82,7 @@ void BM_GetPixelValue(benchmark::State &state)
                 sum += px[0] + px[3];
             }
         benchmark::DoNotOptimize(sum);
-        seconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        seconds += (Clock::now() - t0);
     }
     state.SetLabel(IMBdataFormat(format));
     report(state, seconds, static_cast<std::size_t>(r.getSize()));
@@ -93,7 +104,7 @@ void BM_SetPixelValue(benchmark::State &state)
                 r.setPixelValue(x, y, px);
             }
         benchmark::ClobberMemory();
-        seconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        seconds += (Clock::now() - t0);
     }
     benchmark::DoNotOptimize(r.getPixels());
     state.SetLabel(IMBdataFormat(format));
@@ -115,7 +126,7 @@ void BM_Extract(benchmark::State &state)
         auto t0 = Clock::now();
         dst.extract(src, theX1, theY1, theX2, theY2);
         benchmark::ClobberMemory();
-        seconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        seconds += (Clock::now() - t0);
     }
     state.SetLabel(IMBdataFormat(format));
     report(state, seconds, static_cast<std::size_t>(dst.getSize()));
@@ -132,7 +143,7 @@ void BM_Insert(benchmark::State &state)
         auto t0 = Clock::now();
         dst.insert(src, theX1, theY1);
         benchmark::ClobberMemory();
-        seconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        seconds += (Clock::now() - t0);
     }
     state.SetLabel(IMBdataFormat(format));
     report(state, seconds, static_cast<std::size_t>(src.getSize()));
@@ -142,14 +153,14 @@ void allFormats(benchmark::internal::Benchmark *b)
 {
     for (int f : {IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16})
         b->Arg(f);
-    b->Unit(benchmark::kMillisecond)->UseRealTime();
+    b->Unit(benchmark::kMillisecond);
 }
 
 void byteFormats(benchmark::internal::Benchmark *b)
 {
     for (int f : {IMB_INT8, IMB_FLOAT32})
         b->Arg(f);
-    b->Unit(benchmark::kMillisecond)->UseRealTime();
+    b->Unit(benchmark::kMillisecond);
 }
 } // namespace
 

@@ -8,3 +8,4 @@
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_LumFuncs.h>
 #include <IMB/IMB_Version.h>
+#include <IMB/IMB_DeepSampleFilter.h>
