@@ -8,4 +8,5 @@
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_LumFuncs.h>
 #include <IMB/IMB_Version.h>
+#include <IMB/IMB_DeepPixel.h>
 #include <IMB/IMB_DeepSampleFilter.h>

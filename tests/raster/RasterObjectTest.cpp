@@ -610,8 +610,9 @@ TEST(RasterObject, TextureHandleIsReportedOnlyWhileTheHostSaysItLives)
     EXPECT_EQ(r.getTextureID(), nullptr);
 }
 
-TEST(RasterObject, RastersComeFromThePoolFromManyThreads)
+TEST(RasterObject, RastersAreCreatedAndDestroyedFromManyThreads)
 {
+    // Through the class allocator and the proxy registry at once.
     std::vector<std::thread> threads;
     std::atomic<int> bad{0};
     for (int t = 0; t < 4; ++t)
