@@ -10,6 +10,7 @@
 #include <IMB/IMB_OCIO.h>
 #include <IMB/platform/BAS_FileLUT.h>
 #include <IMB/platform/BAS_IOTable.h>
+#include <IMB/IMB_LumFuncs.h>
 #include <IMB/IMB_Version.h>
 #include <IMB/IMB_DeepPixel.h>
 #include <IMB/IMB_DeepSampleFilter.h>

@@ -278,17 +278,71 @@ public:
     void clearNormal(const float *rgba, unsigned black = 0, unsigned white = 0);
 
     // ---- alpha and saturation
+    // These go through the float interface (getPixelValue/setPixelValue) and
+    // inherit its conversions: integers are truncated on the way back, not
+    // rounded or clamped, and on plane packings setPixelValue writes a
+    // pixel's values into plane 0 at x, x+1, ... (the walk is x outer, y
+    // inner, so later reads see those writes). None checks that memory
+    // exists; on a raster without memory they change nothing.
+
+    // Multiplies red, green and blue of every pixel by alpha (no clamping;
+    // alpha is written back through the same conversion). Alpha is the
+    // pixel's fourth value, or, with `alphaSource`, the source pixel's fourth
+    // value when the source has an alpha packing and its first value when it
+    // has not (a single-channel matte). A raster without alpha and no source
+    // uses alpha 1. With `alphaSource` given: false, changing nothing, when
+    // neither raster has an alpha packing or their resolutions differ;
+    // formats are not compared. True otherwise (at once when the width is 0).
     bool premultiply(IMB_Raster *alphaSource = nullptr);
+    // Divides red, green and blue by alpha (chosen as for premultiply) where
+    // 0 < alpha < 1; integer formats then limit each to at most 1.0. Other
+    // pixels are not written. Same argument check and result as premultiply.
     bool unpremultiply(IMB_Raster *alphaSource = nullptr);
+    // Sets alpha to 1 where 0 < alpha < 1 (0 and over-range alpha stay).
+    // False for a packing without alpha.
     bool clampAlpha();
+    // Turns PACK_RGB into PACK_RGBA and PACK_RGB_NI into PACK_RGBA_NI with a
+    // new block whose alpha is `alpha` as one stored sample: int8
+    // floor(alpha*255+0.5); int16 floor(alpha*65355+0.5) (65355, kept); int32
+    // floor(alpha*2147483647+0.5); float16 the half of float(alpha); float32
+    // the low 32 bits of the double's bit pattern (1.0 gives 0.0; kept). The
+    // pixels are copied byte by byte from the old block's start to the new
+    // block's start (not from the first pixels; interleaved even for
+    // PACK_RGBA_NI): kept. The old block is NOT freed: steal() it first and
+    // free it yourself. Other packings: nothing happens.
     void promoteRGBToRGBA(double alpha);
+    // Scales saturation by `s` about the luminance L = (0.3086 R + 0.6094 G +
+    // 0.082 B) * (1 - s), all in single precision on raw component values
+    // (integers are not scaled to 0-1): each of R, G, B becomes c*s + L.
+    // Integer results are floor(y + 0.5) (the + 0.5 in double precision),
+    // clamped to [0, 255] or [0, 65535] (NaN gives 0); int32 raises negatives
+    // to 0 and keeps the low 32 bits; float16 narrows through half16. Alpha
+    // is untouched. Only RGB and RGBA packings (interleaved or planes);
+    // nothing when |s - 1| <= 1e-5 or without memory.
     void adjustSaturation(float s);
+    // 1 for plane packings; otherwise 1 only when the first pixel lies at
+    // least 16 bytes into the block (the raster allocated it itself).
     int areComponentsRenderable() const;
 
     // ---- stream form
-    // Binary form when `binary` is non-zero, else text with uuencoded pixels.
+    // Writes the binary form when `binary` is non-zero (little-endian: int32
+    // xres, yres, packing, format; float black, white; int32 0; then the
+    // first plane's pixel elements), else the text form ("xres yres
+    // packingCode formatCode black white 0" on one line, every plane's bytes
+    // uuencoded, "end"). Returns 1; 0 when the uuencoder fails, or, writing
+    // nothing, for a raster without memory or with an unknown format or
+    // packing.
     int save(std::ostream &os, int binary) const;
-    // Reads the form that matches the stream's binary flag.
+    // Reads the form that matches the stream's binary flag, reshapes and
+    // allocates the raster and fills it. False on a malformed header, on
+    // PACK_UV or any packing above 6 in the binary form, on an unknown code
+    // in the text form, when allocation fails, when the data is short, or
+    // (text) when the decoded block is not exactly the pixel size. A stream
+    // that can tell how much it holds (memory, regular file, seekable
+    // istream) is checked against the claimed shape before anything is
+    // allocated; on other streams a huge claim fails when allocation or the
+    // read fails. After a failure the raster may hold a new shape without
+    // memory or with partial pixels; discard it.
     bool load(BAS_IStream &is);
 
 protected:
