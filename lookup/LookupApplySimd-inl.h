@@ -28,8 +28,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 // Largest lanes x step period the stream walker supports (16 lanes x 3).
 constexpr size_t kMaxPeriod = 64;
 
-// Fetches table[o] into a and table[o + 1] into b for every lane: one
-// 64-bit gather per pair of neighbours instead of two 32-bit gathers.
+// Fetches table[o] into a and table[o + 1] into b for every lane, with one
+// 8-byte load per pair of neighbours.
 template <class DF, class VI, class VF>
 HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
 {
@@ -37,17 +37,19 @@ HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
     a = hn::GatherIndex(df, table, o);
     b = hn::GatherIndex(df, table + 1, o);
 #else
+    // Plain 8-byte loads of each neighbour pair beat hardware gathers on
+    // common x86 cores; the pairs are then split into a and b.
     const hn::RebindToSigned<DF> di;
-    const hn::Half<decltype(di)> dih;
-    const hn::Repartition<uint64_t, DF> du64;
-    const hn::Repartition<int64_t, DF> di64;
-    const auto base = reinterpret_cast<const uint64_t *>(table);
-    const auto offLo = hn::ShiftLeft<2>(hn::PromoteTo(di64, hn::LowerHalf(dih, o)));
-    const auto offHi = hn::ShiftLeft<2>(hn::PromoteTo(di64, hn::UpperHalf(dih, o)));
-    const auto pairsLo = hn::BitCast(df, hn::GatherOffset(du64, base, offLo));
-    const auto pairsHi = hn::BitCast(df, hn::GatherOffset(du64, base, offHi));
-    a = hn::ConcatEven(df, pairsHi, pairsLo);
-    b = hn::ConcatOdd(df, pairsHi, pairsLo);
+    constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
+    HWY_ALIGN int32 idx[kMaxLanes];
+    HWY_ALIGN float pairs[2 * kMaxLanes];
+    hn::Store(o, di, idx);
+    const size_t lanes = hn::Lanes(df);
+    for (size_t l = 0; l < lanes; ++l)
+        std::memcpy(pairs + 2 * l, table + idx[l], 2 * sizeof(float));
+    const auto lo = hn::Load(df, pairs), hi = hn::Load(df, pairs + lanes);
+    a = hn::ConcatEven(df, hi, lo);
+    b = hn::ConcatOdd(df, hi, lo);
 #endif
 }
 
