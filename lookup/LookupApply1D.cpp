@@ -193,8 +193,51 @@ inline uint32 mapIndex(uint8 v) { return v; }
 inline uint32 mapIndex(uint16 v) { return v; }
 inline uint32 mapIndex(half16 v) { return v.bits(); }
 
+// 8-bit RGBA: two whole pixels per 64-bit word, channels without a map
+// through the identity, so the loop has no per-channel test and one load and
+// one store per two pixels. Byte order as on little-endian machines.
+bool walkRgba8(const void *const maps[4], const LutSpan &span)
+{
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    uint8 *px = static_cast<uint8 *>(span.comp[0]);
+    if (span.step != 4 || !px)
+        return false;
+    for (int c = 1; c < 4; ++c)
+        if (span.comp[c] != px + c)
+            return false;
+    uint8 identity[256];
+    for (int i = 0; i < 256; ++i)
+        identity[i] = static_cast<uint8>(i);
+    const uint8 *m[4];
+    for (int c = 0; c < 4; ++c)
+        m[c] = maps[c] ? static_cast<const uint8 *>(maps[c]) : identity;
+    int64 i = 0;
+    for (; i + 2 <= span.count; i += 2, px += 8)
+    {
+        uint64 v;
+        std::memcpy(&v, px, 8);
+        uint64 o = 0;
+        for (int k = 0; k < 8; ++k)
+            o |= static_cast<uint64>(m[k & 3][(v >> (8 * k)) & 255]) << (8 * k);
+        std::memcpy(px, &o, 8);
+    }
+    if (i < span.count)
+        for (int k = 0; k < 4; ++k)
+            px[k] = m[k][px[k]];
+    return true;
+#else
+    (void)maps, (void)span;
+    return false;
+#endif
+}
+
 template <typename T> void walkMaps(const void *const maps[4], const LutSpan &span)
 {
+    if constexpr (std::is_same_v<T, uint8>)
+    {
+        if (walkRgba8(maps, span))
+            return;
+    }
     const int64 step = span.step;
     // Four interleaved components all mapped: one pass over whole pixels.
     if (step == 4 && maps[0] && maps[1] && maps[2] && maps[3] && span.comp[0] && span.comp[1] &&
