@@ -18,7 +18,8 @@
 #include <vector>
 
 // Thread-sanitizer builds: the pool's own bookkeeping (task tree folding,
-// task construction while offering work, wait contexts) synchronises inside
+// task construction while offering work, wait contexts, task affinity
+// slots) synchronises inside
 // the uninstrumented oneTBB binary, so the sanitizer reports its header-side
 // accesses as races. Only frames of that bookkeeping are suppressed; races in
 // the kernels or the runner still show, and the runner states its ordering
@@ -30,7 +31,8 @@ extern "C" const char *__tsan_default_suppressions()
     return "race:tbb::detail::d1::fold_tree\n"
            "race:tbb::detail::d1::start_for*::finalize\n"
            "race:tbb::detail::d1::start_for*::offer_work\n"
-           "race:tbb::detail::d1::wait_context\n";
+           "race:tbb::detail::d1::wait_context\n"
+           "race:tbb::detail::d1::affinity_slot\n";
 }
 #endif
 #endif
