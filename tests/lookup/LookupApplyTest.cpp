@@ -18,10 +18,9 @@
 #include <vector>
 
 // Thread-sanitizer builds: the pool's own bookkeeping (task tree folding,
-// task construction while offering work, wait contexts, task affinity
-// slots) synchronises inside
-// the uninstrumented oneTBB binary, so the sanitizer reports its header-side
-// accesses as races. Only frames of that bookkeeping are suppressed; races in
+// task construction while offering work, wait contexts, task affinity slots)
+// synchronises inside the uninstrumented oneTBB binary, so the sanitizer
+// reports its header-side accesses as races. Only frames of that bookkeeping are suppressed; races in
 // the kernels or the runner still show, and the runner states its ordering
 // with atomics the sanitizer can see.
 #if defined(__has_feature)
