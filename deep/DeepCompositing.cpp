@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -295,13 +296,19 @@ void IMB_DeepSampleList::uncomposite(int opacityChannel, bool force)
             float *g = scratch.data();
             if (ot == 3)
             {
+                // The mean opacity only matters to tuples of four and more.
+                bool needMean = false;
+                for (int ch = 0; ch < nch; ++ch)
+                    needMean = needMean || chans.tupleSize(ch) > 3;
                 for (std::size_t i = 0; i < steps; ++i)
                 {
                     const float *a = op + i * 3;
                     g[i * 4] = a[0];
                     g[i * 4 + 1] = a[1];
                     g[i * 4 + 2] = a[2];
-                    g[i * 4 + 3] = static_cast<float>(static_cast<double>(a[0] + a[1] + a[2]) * 0.3333333333333333);
+                    g[i * 4 + 3] = needMean ? static_cast<float>(static_cast<double>(a[0] + a[1] + a[2]) *
+                                                                 0.3333333333333333)
+                                            : 0.0f;
                 }
             }
             else
@@ -310,11 +317,16 @@ void IMB_DeepSampleList::uncomposite(int opacityChannel, bool force)
                     for (int c = 0; c < 4; ++c)
                         g[i * 4 + c] = componentOpacity(op + i * static_cast<std::size_t>(ot), ot, c);
             }
+            // g = 0 where A >= 1, else 1/(1 - A); written as a mask on the
+            // quotient so that the loop runs four samples' worth at a time.
             for (std::size_t k = 0; k < steps * 4; ++k)
             {
                 const float A = g[k];
                 const float q = 1.0f / (1.0f - A);
-                g[k] = A >= 1.0f ? 0.0f : q;
+                uint32 bits;
+                std::memcpy(&bits, &q, sizeof bits);
+                bits &= A >= 1.0f ? 0u : ~0u;
+                std::memcpy(&g[k], &bits, sizeof bits);
             }
             for (int ch = 0; ch < nch; ++ch)
                 if (ch != opacityChannel)
