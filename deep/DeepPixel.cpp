@@ -184,11 +184,17 @@ int IMB_DeepPixel::sort()
             heapWords.resize(static_cast<std::size_t>(n));
             w = heapWords.data();
         }
+        // Samples stored front to back (as many renderers produce them)
+        // need no sort at all.
+        bool ascending = true;
         for (int i = 0; i < n; ++i)
         {
             const int index = keys[i].index;
             w[i] = (orderedBits(myFloats[static_cast<std::size_t>(index) * stride]) << 32) | static_cast<uint32>(index);
+            ascending = ascending && (i == 0 || w[i - 1] < w[i]);
         }
+        if (ascending)
+            return 1;
         std::sort(w, w + n);
         for (int i = 0; i < n; ++i)
             keys[i] = SampleKey{this, id0, static_cast<int>(static_cast<uint32>(w[i]))};
