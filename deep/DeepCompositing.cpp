@@ -28,6 +28,36 @@ inline float componentOpacity(const float *a, int t, int c)
     return 0.0f;
 }
 
+// The select loops below compute both arms and pick one per float; telling
+// GCC that nothing here traps lets it do that four floats at a time. It does
+// not change any value.
+#if defined(__GNUC__) && !defined(__clang__)
+#define IMB_SELECT_LOOP __attribute__((optimize("no-trapping-math")))
+#else
+#define IMB_SELECT_LOOP
+#endif
+
+// g = 0 where A >= 1, else 1/(1 - A), in place over n opacities.
+IMB_SELECT_LOOP void inverseFactors(float *g, std::size_t n)
+{
+    for (std::size_t k = 0; k < n; ++k)
+    {
+        const float A = g[k];
+        const float q = 1.0f / (1.0f - A);
+        g[k] = A >= 1.0f ? 0.0f : q;
+    }
+}
+
+// The same in double, from n single opacities.
+IMB_SELECT_LOOP void inverseFactors(double *g, const float *a, std::size_t n)
+{
+    for (std::size_t k = 0; k < n; ++k)
+    {
+        const double q = 1.0 / (1.0 - static_cast<double>(a[k]));
+        g[k] = a[k] >= 1.0f ? 0.0 : q;
+    }
+}
+
 // A channel plane other than the opacity and its tuple size.
 struct ChannelPlane
 {
@@ -181,6 +211,24 @@ template <int T> void uncompositeTuples(float *v, int t, const float *g, int cou
     }
 }
 
+// Inverse rule over a whole plane at once, for a plane whose tuple size t
+// matches the factor table: component k of the plane uses factor k - t.
+// The composited values are read from `old`, a copy of the plane, so the
+// loop has no order between samples and runs several floats at a time.
+IMB_SELECT_LOOP void uncompositeFlat(float *__restrict v, const float *__restrict old, const float *__restrict g, int t,
+                     std::size_t len)
+{
+    for (std::size_t k = static_cast<std::size_t>(t); k < len; ++k)
+    {
+        const float gk = g[k - static_cast<std::size_t>(t)];
+        const float cur = old[k];
+        const float r = (cur - old[k - static_cast<std::size_t>(t)]) * gk;
+        // Deliberate: with g exactly 1 the component keeps its composited
+        // value; callers rely on this skip.
+        v[k] = gk == 1.0f ? cur : r;
+    }
+}
+
 void uncompositePlane(float *v, int t, const float *g, int count)
 {
     switch (t)
@@ -280,11 +328,7 @@ void IMB_DeepSampleList::uncomposite(int opacityChannel, bool force)
         {
             Scratch<double, 512> scratch(steps);
             double *g = scratch.data();
-            for (std::size_t i = 0; i < steps; ++i)
-            {
-                const double q = 1.0 / (1.0 - static_cast<double>(op[i]));
-                g[i] = op[i] >= 1.0f ? 0.0 : q;
-            }
+            inverseFactors(g, op, steps);
             for (int ch = 0; ch < nch; ++ch)
                 if (ch != opacityChannel)
                     uncompositeSinglePlane(myChannelData[ch], chans.tupleSize(ch), g, mySampleCount);
@@ -292,46 +336,73 @@ void IMB_DeepSampleList::uncomposite(int opacityChannel, bool force)
         }
         else
         {
-            Scratch<float, 1024> scratch(steps * 4);
-            float *g = scratch.data();
-            if (ot == 3)
-            {
-                // The mean opacity only matters to tuples of four and more.
-                bool needMean = false;
-                for (int ch = 0; ch < nch; ++ch)
-                    needMean = needMean || chans.tupleSize(ch) > 3;
-                for (std::size_t i = 0; i < steps; ++i)
+            // Factor tables laid out like the planes that use them: four
+            // per sample (classes 0, 1, 2 and "3 and beyond") for tuples of
+            // four and the general case, three for tuples of three, one for
+            // single floats. Each is made when a plane first needs it.
+            Scratch<float, 1024> g4Scratch(steps * 4);
+            Scratch<float, 768> g3Scratch(steps * 3);
+            Scratch<float, 256> g1Scratch(steps);
+            Scratch<float, 1024> copyScratch(static_cast<std::size_t>(mySampleCount) * 4);
+            float *g4 = nullptr, *g3 = nullptr, *g1 = nullptr;
+            auto table4 = [&] {
+                if (!g4)
                 {
-                    const float *a = op + i * 3;
-                    g[i * 4] = a[0];
-                    g[i * 4 + 1] = a[1];
-                    g[i * 4 + 2] = a[2];
-                    g[i * 4 + 3] = needMean ? static_cast<float>(static_cast<double>(a[0] + a[1] + a[2]) *
-                                                                 0.3333333333333333)
-                                            : 0.0f;
+                    g4 = g4Scratch.data();
+                    for (std::size_t i = 0; i < steps; ++i)
+                        for (int c = 0; c < 4; ++c)
+                            g4[i * 4 + c] = componentOpacity(op + i * static_cast<std::size_t>(ot), ot, c);
+                    inverseFactors(g4, steps * 4);
                 }
-            }
-            else
-            {
-                for (std::size_t i = 0; i < steps; ++i)
-                    for (int c = 0; c < 4; ++c)
-                        g[i * 4 + c] = componentOpacity(op + i * static_cast<std::size_t>(ot), ot, c);
-            }
-            // g = 0 where A >= 1, else 1/(1 - A); written as a mask on the
-            // quotient so that the loop runs four samples' worth at a time.
-            for (std::size_t k = 0; k < steps * 4; ++k)
-            {
-                const float A = g[k];
-                const float q = 1.0f / (1.0f - A);
-                uint32 bits;
-                std::memcpy(&bits, &q, sizeof bits);
-                bits &= A >= 1.0f ? 0u : ~0u;
-                std::memcpy(&g[k], &bits, sizeof bits);
-            }
+                return g4;
+            };
+            auto table3 = [&] {
+                if (!g3)
+                {
+                    g3 = g3Scratch.data();
+                    if (ot == 3)
+                    {
+                        // The opacity plane itself, minus its last sample.
+                        std::memcpy(g3, op, steps * 3 * sizeof(float));
+                        inverseFactors(g3, steps * 3);
+                    }
+                    else
+                    {
+                        const float *t4 = table4();
+                        for (std::size_t i = 0; i < steps; ++i)
+                            for (int c = 0; c < 3; ++c)
+                                g3[i * 3 + c] = t4[i * 4 + c];
+                    }
+                }
+                return g3;
+            };
+            auto table1 = [&] {
+                if (!g1)
+                {
+                    g1 = g1Scratch.data();
+                    const int from = ot == 3 ? 3 : 4;
+                    const float *t = ot == 3 ? table3() : table4();
+                    for (std::size_t i = 0; i < steps; ++i)
+                        g1[i] = t[i * static_cast<std::size_t>(from)];
+                }
+                return g1;
+            };
+            auto runPlane = [&](float *v, int t) {
+                if (t != 1 && t != 3 && t != 4)
+                {
+                    uncompositePlane(v, t, table4(), mySampleCount);
+                    return;
+                }
+                const float *table = t == 4 ? table4() : t == 3 ? table3() : table1();
+                const std::size_t len = static_cast<std::size_t>(mySampleCount) * static_cast<std::size_t>(t);
+                float *old = copyScratch.data();
+                std::memcpy(old, v, len * sizeof(float));
+                uncompositeFlat(v, old, table, t, len);
+            };
             for (int ch = 0; ch < nch; ++ch)
                 if (ch != opacityChannel)
-                    uncompositePlane(myChannelData[ch], chans.tupleSize(ch), g, mySampleCount);
-            uncompositePlane(op, ot, g, mySampleCount);
+                    runPlane(myChannelData[ch], chans.tupleSize(ch));
+            runPlane(op, ot);
         }
     }
     myPreComposited = false;

@@ -150,15 +150,15 @@ struct Case
     int opacity;
 };
 
-// Channels of tuple sizes 1, 3 and 4 around an opacity of size ot placed at
-// `opacity`, plus an ordinal channel (composited like the rest).
+// Channels of tuple sizes 3, 1, 4, 2 and 5 around an opacity of size ot
+// placed at `opacity`; the last one is ordinal (composited like the rest).
 Case makeCase(int ot, int opacity)
 {
     Case k;
     k.chans = new IMB_DeepChannelList;
-    const int others[] = {3, 1, 4, 3};
+    const int others[] = {3, 1, 4, 2, 5};
     int other = 0;
-    for (int ch = 0; ch < 5; ++ch)
+    for (int ch = 0; ch < 6; ++ch)
     {
         if (ch == opacity)
         {
@@ -168,7 +168,7 @@ Case makeCase(int ot, int opacity)
         else
         {
             const int t = others[other++];
-            k.chans->addChannel(("c" + std::to_string(ch)).c_str(), t, ch == 4);
+            k.chans->addChannel(("c" + std::to_string(ch)).c_str(), t, ch == 5);
             k.sizes.push_back(t);
         }
     }
@@ -225,7 +225,7 @@ TEST_P(DeepCompositingRandom, CompositeMatchesTheRuleToTheBit)
     Generator gen(1000u + static_cast<unsigned>(ot));
     for (int round = 0; round < 300; ++round)
     {
-        const Case k = makeCase(ot, round % 5);
+        const Case k = makeCase(ot, round % 6);
         const int count = gen.count();
         Planes planes = randomPlanes(gen, k, count);
         ListPtr l = listOf(k, planes, count, false);
@@ -242,7 +242,7 @@ TEST_P(DeepCompositingRandom, UncompositeMatchesTheRuleToTheBit)
     Generator gen(2000u + static_cast<unsigned>(ot));
     for (int round = 0; round < 300; ++round)
     {
-        const Case k = makeCase(ot, round % 5);
+        const Case k = makeCase(ot, round % 6);
         const int count = gen.count();
         Planes planes = randomPlanes(gen, k, count);
         ListPtr l = listOf(k, planes, count, true);
@@ -261,7 +261,7 @@ TEST_P(DeepCompositingRandom, RoundTripMatchesTheRulesToTheBit)
     Generator gen(3000u + static_cast<unsigned>(ot));
     for (int round = 0; round < 200; ++round)
     {
-        const Case k = makeCase(ot, round % 5);
+        const Case k = makeCase(ot, round % 6);
         const int count = gen.count();
         Planes planes = randomPlanes(gen, k, count);
         ListPtr l = listOf(k, planes, count, false);
