@@ -40,6 +40,9 @@ inline uint64 orderedBits(float f)
     return (u & 0x80000000u) ? ~u : (u | 0x80000000u);
 }
 
+// Ids below this are bucketed before sorting by depth.
+constexpr int kBucketIds = 256;
+
 // Samples of one sub-sample up to this count are sorted on the stack.
 constexpr int kStackSort = 256;
 
@@ -167,11 +170,14 @@ int IMB_DeepPixel::sort()
     const std::size_t stride = static_cast<std::size_t>(myFloatCount);
     SampleKey *keys = myKeys.data();
     const int id0 = keys[0].id;
-    bool oneId = true;
+    int minId = id0, maxId = id0;
     for (int i = 1; i < n; ++i)
-        oneId = oneId && keys[i].id == id0;
+    {
+        minId = std::min(minId, keys[i].id);
+        maxId = std::max(maxId, keys[i].id);
+    }
 
-    if (oneId)
+    if (minId == maxId)
     {
         // One sub-sample (the usual case): one 64-bit word per key, the
         // ordered zfront bits above the store index, so that every word is
@@ -199,6 +205,48 @@ int IMB_DeepPixel::sort()
         for (int i = 0; i < n; ++i)
             keys[i] = SampleKey{this, id0, static_cast<int>(static_cast<uint32>(w[i]))};
         return 1;
+    }
+
+    if (minId >= 0 && maxId < kBucketIds)
+    {
+        // Several sub-sample positions: the keys are bucketed by id in store
+        // order, and each bucket is sorted by the same words.
+        int start[kBucketIds + 1];
+        std::fill(start + minId, start + maxId + 2, 0);
+        for (int i = 0; i < n; ++i)
+            ++start[keys[i].id + 1];
+        for (int id = minId; id <= maxId; ++id)
+            start[id + 1] += start[id];
+        uint64 stackWords[kStackSort];
+        std::vector<uint64> heapWords;
+        uint64 *w = stackWords;
+        if (n > kStackSort)
+        {
+            heapWords.resize(static_cast<std::size_t>(n));
+            w = heapWords.data();
+        }
+        int fill[kBucketIds];
+        std::copy(start + minId, start + maxId + 1, fill + minId);
+        for (int i = 0; i < n; ++i)
+        {
+            const int index = keys[i].index;
+            w[fill[keys[i].id]++] =
+                (orderedBits(myFloats[static_cast<std::size_t>(index) * stride]) << 32) | static_cast<uint32>(index);
+        }
+        int runs = 0;
+        for (int id = minId; id <= maxId; ++id)
+        {
+            uint64 *b = w + start[id];
+            uint64 *e = w + start[id + 1];
+            if (b == e)
+                continue;
+            ++runs;
+            std::sort(b, e);
+        }
+        for (int id = minId; id <= maxId; ++id)
+            for (int k = start[id]; k < start[id + 1]; ++k)
+                keys[k] = SampleKey{this, id, static_cast<int>(static_cast<uint32>(w[k]))};
+        return runs;
     }
 
     // In general: one 64-bit word per key (id, then the ordered zfront
