@@ -215,8 +215,8 @@ template <int T> void uncompositeTuples(float *v, int t, const float *g, int cou
 // matches the factor table: component k of the plane uses factor k - t.
 // The composited values are read from `old`, a copy of the plane, so the
 // loop has no order between samples and runs several floats at a time.
-IMB_SELECT_LOOP void uncompositeFlat(float *__restrict v, const float *__restrict old, const float *__restrict g, int t,
-                     std::size_t len)
+IMB_SELECT_LOOP void uncompositeFlat(float *__restrict v, const float *__restrict old, const float *__restrict g,
+                                     int t, std::size_t len)
 {
     for (std::size_t k = static_cast<std::size_t>(t); k < len; ++k)
     {
