@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -195,7 +196,8 @@ ListPtr listOf(const Case &k, const Planes &planes, int count, bool composited)
         l->flagBuffer()[i] = 0;
         l->coverageBuffer()[i] = ~0ull;
     }
-    for (std::size_t ch = 0; ch < planes.size(); ++ch)
+    // An empty list has no channel planes to fill.
+    for (std::size_t ch = 0; count > 0 && ch < planes.size(); ++ch)
         std::copy(planes[ch].begin(), planes[ch].end(), l->channelBuffer(static_cast<int>(ch)));
     return l;
 }
