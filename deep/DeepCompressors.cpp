@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -57,6 +58,67 @@ static bool usable(const ListPtr &list, const ChannelsPtr &channels)
     return own && channels && own->isEqual(*channels);
 }
 
+// One sample of the plain merge's output: its list and index there.
+struct SamplePick
+{
+    const IMB_DeepSampleList *list;
+    int sample;
+};
+
+// `out` takes all of `in`'s samples, which number out's count, plane by
+// plane; both have the same channel layout.
+static void copyPlanes(IMB_DeepSampleList &out, const IMB_DeepSampleList &in)
+{
+    out.copyZ(in);
+    out.copyFlags(in);
+    out.copySampleId(in);
+    out.copyAllChannels(in);
+}
+
+// Sample k of `out` takes picks[k]'s depths, flags, coverage and channel
+// tuples unchanged (as copySample with weight 1), one plane at a time.
+static void gatherSamples(IMB_DeepSampleList &out, const SamplePick *picks, int n)
+{
+    float *zf = out.zfrontBuffer();
+    float *zb = out.zbackBuffer();
+    uint8 *fl = out.flagBuffer();
+    uint64 *cov = out.coverageBuffer();
+    for (int k = 0; k < n; ++k)
+    {
+        const IMB_DeepSampleList &l = *picks[k].list;
+        const int i = picks[k].sample;
+        zf[k] = l.zfront(i);
+        zb[k] = l.zback(i);
+        fl[k] = l.flags(i);
+        cov[k] = l.coverage(i);
+    }
+    const ChannelsPtr &chans = out.channels();
+    const int channelCount = chans ? chans->channelCount() : 0;
+    for (int ch = 0; ch < channelCount; ++ch)
+    {
+        const int size = chans->tupleSize(ch);
+        float *plane = out.channelBuffer(ch);
+        auto copyTuples = [&](auto fixed) {
+            constexpr int fixedLen = decltype(fixed)::value;
+            const int len = fixedLen > 0 ? fixedLen : size;
+            for (int k = 0; k < n; ++k)
+            {
+                const float *src = picks[k].list->channelBuffer(ch) + static_cast<exint>(picks[k].sample) * len;
+                float *dst = plane + static_cast<exint>(k) * len;
+                for (int c = 0; c < len; ++c)
+                    dst[c] = src[c];
+            }
+        };
+        switch (size)
+        {
+        case 1: copyTuples(std::integral_constant<int, 1>()); break;
+        case 3: copyTuples(std::integral_constant<int, 3>()); break;
+        case 4: copyTuples(std::integral_constant<int, 4>()); break;
+        default: copyTuples(std::integral_constant<int, 0>()); break;
+        }
+    }
+}
+
 class baseCompressor : public IMB_DeepCompressor
 {
 public:
@@ -76,6 +138,8 @@ protected:
         BAS_PriorityQueue<PQueueItemT<0>> heap;
         heap.reserve(count);
         int total = 0;
+        int usableCount = 0;
+        int single = -1;
         bool preComposited = false;
         bool first = true;
         for (int i = 0; i < count; ++i)
@@ -83,6 +147,8 @@ protected:
             if (!usable(lists[i], channels))
                 continue;
             heap.push(PQueueItemT<0>(lists[i].get(), i, 0));
+            ++usableCount;
+            single = i;
             total += lists[i]->sampleCount();
             if (first)
                 preComposited = lists[i]->preComposited();
@@ -92,14 +158,23 @@ protected:
             return ListPtr();
 
         ListPtr out(new IMB_DeepSampleList(channels, total, preComposited));
-        int o = 0;
+        if (usableCount == 1)
+        {
+            // One list: the merge is that list's own order, plane by plane.
+            copyPlanes(*out, *lists[single]);
+            return out;
+        }
+        // The merge order first, then each plane gathered in one pass.
+        std::vector<SamplePick> picks;
+        picks.reserve(static_cast<std::size_t>(total));
         while (!heap.isEmpty())
         {
             PQueueItemT<0> item = heap.popTop();
-            out->copySample(o++, *item.list, item.sample, 1.0f);
+            picks.push_back(SamplePick{item.list, item.sample});
             if (item.sample + 1 < item.list->sampleCount())
                 heap.push(PQueueItemT<0>(item.list, item.listIndex, item.sample + 1));
         }
+        gatherSamples(*out, picks.data(), static_cast<int>(picks.size()));
         return out;
     }
 

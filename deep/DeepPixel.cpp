@@ -40,6 +40,12 @@ inline uint64 orderedBits(float f)
     return (u & 0x80000000u) ? ~u : (u | 0x80000000u);
 }
 
+// Ids below this are bucketed before sorting by depth.
+constexpr int kBucketIds = 256;
+
+// Samples of one sub-sample up to this count are sorted on the stack.
+constexpr int kStackSort = 256;
+
 void *reallocOrThrow(void *p, std::size_t bytes)
 {
     void *q = std::realloc(p, bytes ? bytes : 1);
@@ -157,14 +163,96 @@ int IMB_DeepPixel::sort()
     const int n = static_cast<int>(myKeys.size());
     if (n < 2)
         return n;
-    // The keys' own order (id, then zfront), sorted as one 64-bit word per key
-    // (the id, then the zfront's bits mapped to an unsigned order). One
-    // integer comparison per step, and NaN depths cannot upset the sort.
-    // Not stable: equal id and zfront come out in no particular order.
-    thread_local std::vector<std::pair<uint64, int>> order;
-    order.resize(static_cast<std::size_t>(n));
+    // The keys' own order (id, then zfront), with the zfront's bits mapped to
+    // an unsigned order: integer comparisons only, and NaN depths cannot
+    // upset the sort. Samples with equal id and zfront keep their store
+    // order, so the result does not depend on the sort algorithm.
     const std::size_t stride = static_cast<std::size_t>(myFloatCount);
     SampleKey *keys = myKeys.data();
+    const int id0 = keys[0].id;
+    int minId = id0, maxId = id0;
+    for (int i = 1; i < n; ++i)
+    {
+        minId = std::min(minId, keys[i].id);
+        maxId = std::max(maxId, keys[i].id);
+    }
+
+    if (minId == maxId)
+    {
+        // One sub-sample (the usual case): one 64-bit word per key, the
+        // ordered zfront bits above the store index, so that every word is
+        // unique and a plain integer sort does it.
+        uint64 stackWords[kStackSort];
+        std::vector<uint64> heapWords;
+        uint64 *w = stackWords;
+        if (n > kStackSort)
+        {
+            heapWords.resize(static_cast<std::size_t>(n));
+            w = heapWords.data();
+        }
+        // Samples stored front to back (as many renderers produce them)
+        // need no sort at all.
+        bool ascending = true;
+        for (int i = 0; i < n; ++i)
+        {
+            const int index = keys[i].index;
+            w[i] = (orderedBits(myFloats[static_cast<std::size_t>(index) * stride]) << 32) | static_cast<uint32>(index);
+            ascending = ascending && (i == 0 || w[i - 1] < w[i]);
+        }
+        if (ascending)
+            return 1;
+        std::sort(w, w + n);
+        for (int i = 0; i < n; ++i)
+            keys[i] = SampleKey{this, id0, static_cast<int>(static_cast<uint32>(w[i]))};
+        return 1;
+    }
+
+    if (minId >= 0 && maxId < kBucketIds)
+    {
+        // Several sub-sample positions: the keys are bucketed by id in store
+        // order, and each bucket is sorted by the same words.
+        int start[kBucketIds + 1];
+        std::fill(start + minId, start + maxId + 2, 0);
+        for (int i = 0; i < n; ++i)
+            ++start[keys[i].id + 1];
+        for (int id = minId; id <= maxId; ++id)
+            start[id + 1] += start[id];
+        uint64 stackWords[kStackSort];
+        std::vector<uint64> heapWords;
+        uint64 *w = stackWords;
+        if (n > kStackSort)
+        {
+            heapWords.resize(static_cast<std::size_t>(n));
+            w = heapWords.data();
+        }
+        int fill[kBucketIds];
+        std::copy(start + minId, start + maxId + 1, fill + minId);
+        for (int i = 0; i < n; ++i)
+        {
+            const int index = keys[i].index;
+            w[fill[keys[i].id]++] =
+                (orderedBits(myFloats[static_cast<std::size_t>(index) * stride]) << 32) | static_cast<uint32>(index);
+        }
+        int runs = 0;
+        for (int id = minId; id <= maxId; ++id)
+        {
+            uint64 *b = w + start[id];
+            uint64 *e = w + start[id + 1];
+            if (b == e)
+                continue;
+            ++runs;
+            std::sort(b, e);
+        }
+        for (int id = minId; id <= maxId; ++id)
+            for (int k = start[id]; k < start[id + 1]; ++k)
+                keys[k] = SampleKey{this, id, static_cast<int>(static_cast<uint32>(w[k]))};
+        return runs;
+    }
+
+    // In general: one 64-bit word per key (id, then the ordered zfront
+    // bits), ties broken by the store index.
+    thread_local std::vector<std::pair<uint64, int>> order;
+    order.resize(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i)
     {
         const SampleKey &k = keys[i];
@@ -172,8 +260,7 @@ int IMB_DeepPixel::sort()
                                                   orderedBits(myFloats[static_cast<std::size_t>(k.index) * stride]),
                                               k.index};
     }
-    std::sort(order.begin(), order.end(),
-              [](const std::pair<uint64, int> &a, const std::pair<uint64, int> &b) { return a.first < b.first; });
+    std::sort(order.begin(), order.end());
     int runs = 1;
     for (int i = 0; i < n; ++i)
     {
@@ -195,28 +282,34 @@ void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
     unsigned char *fl = out.flagBuffer();
     uint64 *cov = out.coverageBuffer();
     const uint64 mask = coverageMask(getId(start), mySubSamples);
+    // Flags are read at the sorted position, not at the key's raw index:
+    // the sort does not permute them. Deliberate; callers rely on it.
+    std::memcpy(fl, myFlags + start, static_cast<std::size_t>(count));
+    for (int j = 0; j < count; ++j)
+        cov[j] = mask;
+
+    const std::size_t stride = static_cast<std::size_t>(myFloatCount);
+    const SampleKey *keys = myKeys.data() + start;
     for (int j = 0; j < count; ++j)
     {
-        zf[j] = zfront(start + j);
-        zb[j] = zback(start + j);
-        // Flags are read at the sorted position, not at the key's raw index:
-        // the sort does not permute them. Deliberate; callers rely on it.
-        fl[j] = myFlags[start + j];
-        cov[j] = mask;
+        const float *raw = myFloats + static_cast<std::size_t>(keys[j].index) * stride;
+        zf[j] = raw[0];
+        zb[j] = raw[1];
     }
+    // Then each channel plane in turn, with a fixed-length copy for the
+    // common tuple sizes.
     const int channelCount = myChannels ? myChannels->channelCount() : 0;
     for (int ch = 0; ch < channelCount; ++ch)
     {
         const int size = myChannels->tupleSize(ch);
-        const int offset = myChannels->offset(ch);
+        const float *base = myFloats + 2 + myChannels->offset(ch);
         float *plane = out.channelBuffer(ch);
-        // Common tuple sizes get a fixed-length copy.
         auto copyTuples = [&](auto fixed) {
             constexpr int n = decltype(fixed)::value;
             const int len = n > 0 ? n : size;
             for (int j = 0; j < count; ++j)
             {
-                const float *src = data(start + j) + offset;
+                const float *src = base + static_cast<std::size_t>(keys[j].index) * stride;
                 float *dst = plane + static_cast<std::size_t>(j) * static_cast<std::size_t>(len);
                 for (int t = 0; t < len; ++t)
                     dst[t] = src[t];

@@ -1,0 +1,163 @@
+// Closing random raw pixels: every stored sample comes out exactly once, in
+// the list of its id, ordered by depth, with its own depths and values, the
+// flag byte of its sorted position and the id's coverage.
+#include <IMB/IMB_DeepCompressor.h>
+#include <IMB/IMB_DeepPixel.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
+using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+
+// Keeps the lists closing hands to compress (one per id, in id order);
+// merge returns the first entry.
+class KeepingCompressor : public IMB_DeepCompressor
+{
+public:
+    explicit KeepingCompressor(const ChannelsPtr &c) : myChannels(c) {}
+    const ChannelsPtr &channels() const override { return myChannels; }
+    const char *name() const override { return "keeping"; }
+    mutable std::vector<ListPtr> lists;
+
+protected:
+    ListPtr doCompress(const ListPtr &l) const override
+    {
+        lists.push_back(l);
+        return l;
+    }
+    ListPtr doMerge(const ListPtr *l, int) const override { return l[0]; }
+
+private:
+    ChannelsPtr myChannels;
+};
+
+struct Stored
+{
+    float zf, zb;
+    std::vector<float> v;
+    int flags, id;
+};
+
+uint64 referenceMask(int k, int n)
+{
+    uint64 m = 0;
+    for (int bit = 0; bit < 64; ++bit)
+        if (bit >= (64 * k) / n && bit < (64 * (k + 1)) / n)
+            m |= uint64(1) << bit;
+    return m;
+}
+
+// Layouts with tuples of 1, 3 and 4 floats and an odd total size.
+ChannelsPtr layout(int which)
+{
+    ChannelsPtr c(new IMB_DeepChannelList);
+    if (which == 0)
+    {
+        c->addChannel("C", 3);
+        c->addChannel("Of", 3);
+    }
+    else
+    {
+        c->addChannel("A", 1);
+        c->addChannel("RGBA", 4);
+        c->addChannel("P", 2);
+        c->addChannel("id", 1, true);
+    }
+    return c;
+}
+
+class DeepPixelRandom : public ::testing::TestWithParam<int>
+{
+};
+
+TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
+{
+    const int subSamples = GetParam();
+    std::mt19937 rng(77u + static_cast<unsigned>(subSamples));
+    for (int round = 0; round < 60; ++round)
+    {
+        ChannelsPtr chans = layout(round % 2);
+        const int total = chans->totalSize();
+        auto keep = std::make_shared<KeepingCompressor>(chans);
+        std::shared_ptr<IMB_DeepCompressor> compressor = keep;
+        IMB_DeepPixel p(chans, subSamples);
+        p.startPixel(1, 2, false);
+        // Counts around the small and large cases, with many equal depths
+        // (from a handful of values, zeros of both signs among them).
+        const int n = std::uniform_int_distribution<int>(1, round % 3 == 0 ? 400 : 70)(rng);
+        const float depths[] = {-2.5f, -0.0f, 0.0f, 1.0f, 1.5f, 3.0e38f, -3.0e38f};
+        std::vector<float> zfronts;
+        for (int i = 0; i < n; ++i)
+            zfronts.push_back(std::uniform_int_distribution<int>(0, 2)(rng) == 0
+                                  ? depths[std::uniform_int_distribution<int>(0, 6)(rng)]
+                                  : std::uniform_real_distribution<float>(-10.0f, 10.0f)(rng));
+        // Some pixels arrive already front to back.
+        if (round % 5 == 4)
+            std::sort(zfronts.begin(), zfronts.end());
+        std::vector<Stored> stored;
+        for (int i = 0; i < n; ++i)
+        {
+            Stored s;
+            s.zf = zfronts[static_cast<std::size_t>(i)];
+            s.zb = s.zf + 0.5f;
+            for (int k = 0; k < total; ++k)
+                s.v.push_back(static_cast<float>(i) + 0.001f * static_cast<float>(k));
+            s.flags = std::uniform_int_distribution<int>(0, 255)(rng);
+            s.id = std::uniform_int_distribution<int>(0, subSamples - 1)(rng);
+            p.store(s.zf, s.zb, s.v.data(), s.flags, s.id);
+            stored.push_back(s);
+        }
+        ListPtr out = p.closePixel(compressor);
+        ASSERT_TRUE(out);
+
+        std::map<int, std::vector<int>> byId; // store indices of each id
+        for (int i = 0; i < n; ++i)
+            byId[stored[static_cast<std::size_t>(i)].id].push_back(i);
+        ASSERT_EQ(keep->lists.size(), byId.size()) << "round " << round;
+        std::vector<int> seen(static_cast<std::size_t>(n), 0);
+        int position = 0; // sorted position over all lists, as flags are read
+        std::size_t listIndex = 0;
+        for (const auto &idAndSamples : byId)
+        {
+            const IMB_DeepSampleList &l = *keep->lists[listIndex++];
+            ASSERT_EQ(l.sampleCount(), static_cast<int>(idAndSamples.second.size()));
+            for (int j = 0; j < l.sampleCount(); ++j, ++position)
+            {
+                // The first value names the stored sample.
+                const int i = static_cast<int>(l.channelData(0, j)[0]);
+                ASSERT_GE(i, 0);
+                ASSERT_LT(i, n);
+                const Stored &s = stored[static_cast<std::size_t>(i)];
+                ++seen[static_cast<std::size_t>(i)];
+                EXPECT_EQ(s.id, idAndSamples.first);
+                EXPECT_EQ(l.zfront(j), s.zf);
+                EXPECT_EQ(l.zback(j), s.zb);
+                if (j > 0)
+                    EXPECT_LE(l.zfront(j - 1), l.zfront(j)) << "round " << round << " sample " << j;
+                int k = 0;
+                for (int ch = 0; ch < chans->channelCount(); ++ch)
+                    for (int c = 0; c < chans->tupleSize(ch); ++c, ++k)
+                        ASSERT_EQ(l.channelData(ch, j)[c], s.v[static_cast<std::size_t>(k)]);
+                // Deliberately the flag byte stored at the sorted position.
+                EXPECT_EQ(l.flags(j), stored[static_cast<std::size_t>(position)].flags);
+                EXPECT_EQ(l.coverage(j), referenceMask(idAndSamples.first, std::min(subSamples, 64)));
+            }
+        }
+        for (int i = 0; i < n; ++i)
+            ASSERT_EQ(seen[static_cast<std::size_t>(i)], 1) << "sample " << i << " of round " << round;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SubSampleCounts, DeepPixelRandom, ::testing::Values(1, 3, 16),
+                         [](const ::testing::TestParamInfo<int> &info) {
+                             return "SubSamples" + std::to_string(info.param);
+                         });
+} // namespace
