@@ -1,0 +1,87 @@
+// VEC_Math: dispatch to the best kernel for the running processor, and the
+// scalar rules that finish each row (and define the results).
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "platform/VEC_Math-inl.h"
+#include <hwy/foreach_target.h>
+
+#include <hwy/highway.h>
+
+#include "platform/VEC_Math-inl.h"
+
+#if HWY_ONCE
+
+#include "platform/VEC_Math.h"
+
+#include <IMB/platform/half16.h>
+
+#include <cmath>
+
+namespace imb_detail
+{
+HWY_EXPORT(WPoint8);
+HWY_EXPORT(WPoint16);
+HWY_EXPORT(IWPoint8);
+HWY_EXPORT(IWPoint16);
+HWY_EXPORT(ToHalf);
+HWY_EXPORT(FromHalf);
+
+namespace
+{
+template <typename T> inline T wpointOne(float x, float scale, float maximum, float black)
+{
+    const float y = std::floor(x * scale + black + 0.5f);
+    if (!(y > 0.0f))
+        return 0;
+    return static_cast<T>(y < maximum ? y : maximum);
+}
+} // namespace
+} // namespace imb_detail
+
+namespace VEC_Math
+{
+void wpoint(uint8 *dst, const float *src, float scale, float maximum, float black, int64 n)
+{
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::WPoint8)(dst, src, scale, maximum, black, n); i < n; ++i)
+        dst[i] = imb_detail::wpointOne<uint8>(src[i], scale, maximum, black);
+}
+
+void wpoint(uint16 *dst, const float *src, float scale, float maximum, float black, int64 n)
+{
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::WPoint16)(dst, src, scale, maximum, black, n); i < n; ++i)
+        dst[i] = imb_detail::wpointOne<uint16>(src[i], scale, maximum, black);
+}
+
+void iwpoint(float *dst, const uint8 *src, float scale, uint8 black, int64 n)
+{
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::IWPoint8)(dst, src, scale, black, n); i < n; ++i)
+        dst[i] = static_cast<float>(int32(src[i]) - int32(black)) * scale;
+}
+
+void iwpoint(float *dst, const uint16 *src, float scale, uint16 black, int64 n)
+{
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::IWPoint16)(dst, src, scale, black, n); i < n; ++i)
+        dst[i] = static_cast<float>(int32(src[i]) - int32(black)) * scale;
+}
+
+void toHalf(uint16 *dst, const float *src, int64 n)
+{
+    // The vector kernel stops at the first vector it cannot do; convert a
+    // short stretch one by one and resume.
+    int64 i = 0;
+    while (i < n)
+    {
+        i += HWY_DYNAMIC_DISPATCH(imb_detail::ToHalf)(dst + i, src + i, n - i);
+        const int64 end = i + 16 < n ? i + 16 : n;
+        for (; i < end; ++i)
+            dst[i] = half16::fromFloat(src[i]);
+    }
+}
+
+void fromHalf(float *dst, const uint16 *src, int64 n)
+{
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::FromHalf)(dst, src, n); i < n; ++i)
+        dst[i] = half16::toFloat(src[i]);
+}
+} // namespace VEC_Math
+
+#endif // HWY_ONCE
