@@ -1,6 +1,8 @@
 // In-place arithmetic on the destination area of an IMB_FillParms: clear,
 // invert, multiply and divide. Components are read as fractions and written
 // back with the same rules as the transfer kernels.
+#include "platform/FloatContract.h"
+
 #include <IMB/IMB_Fill.h>
 
 #include "fill/FillRows.h"

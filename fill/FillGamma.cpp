@@ -1,5 +1,7 @@
 // The gamma tables of the fill engine: built under their own lock, cached by
 // (gamma, black, white).
+#include "platform/FloatContract.h"
+
 #include <IMB/IMB_Fill.h>
 
 #include "fill/FillRules.h"

@@ -1,6 +1,8 @@
 // The transfer kernels of IMB_Fill::fill: one template instantiated for every
 // (source format, destination format, source fast, destination fast)
 // combination, and the table that dispatches to them.
+#include "platform/FloatContract.h"
+
 #include <IMB/IMB_Fill.h>
 
 #include "fill/FillRows.h"

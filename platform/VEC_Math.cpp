@@ -1,5 +1,7 @@
 // VEC_Math: dispatch to the best kernel for the running processor, and the
 // scalar rules that finish each row (and define the results).
+#include "platform/FloatContract.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "platform/VEC_Math-inl.h"
 #include <hwy/foreach_target.h>
