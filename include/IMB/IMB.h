@@ -4,5 +4,6 @@
 #pragma once
 
 #include <IMB/IMB_API.h>
+#include <IMB/IMB_Fill.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
