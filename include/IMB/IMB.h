@@ -7,3 +7,4 @@
 #include <IMB/IMB_Fill.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
+#include <IMB/IMB_Version.h>
