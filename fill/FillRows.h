@@ -15,7 +15,8 @@ namespace imb_detail
 // level cache, large enough to hide the per-call overhead.
 constexpr int64 kStageChunk = 1024;
 
-template <typename Rule, typename S, typename D> void ruleLoop(const Rule &rule, const S *s, D *d, int64 n)
+template <typename Rule, typename S, typename D>
+void ruleLoop(const Rule &rule, const S *__restrict s, D *__restrict d, int64 n)
 {
     for (int64 i = 0; i < n; ++i)
         d[i] = rule(s[i]);
@@ -58,7 +59,49 @@ template <IMB_DataFormat D, bool DF> void stageOut(const Write<D, DF> &write, co
 template <IMB_DataFormat F> constexpr bool hasFloatStage =
     F == IMB_INT8 || F == IMB_INT16 || F == IMB_FLOAT32 || F == IMB_FLOAT16;
 
-// A contiguous row of a conversion through fractions.
+template <IMB_DataFormat F> constexpr VEC_Math::Kind kindOf =
+    F == IMB_INT8    ? VEC_Math::kU8
+    : F == IMB_INT16 ? VEC_Math::kU16
+    : F == IMB_INT32 ? VEC_Math::kU32
+    : F == IMB_FLOAT32 ? VEC_Math::kF32
+                       : VEC_Math::kF16;
+
+// The terms of a conversion rule for the fused vector rows.
+template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
+VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
+{
+    VEC_Math::RowTerms t;
+    if constexpr (S == IMB_INT8 || S == IMB_INT16)
+    {
+        t.readScale = rule.read.scale();
+        t.readBlack = static_cast<int32>(rule.read.black());
+    }
+    else if constexpr (S == IMB_INT32 && SF)
+    {
+        t.readDivide = true;
+    }
+    else if constexpr (S == IMB_INT32)
+    {
+        t.readBlack = static_cast<int32>(rule.read.myBlack);
+        t.readScale64 = rule.read.myScale;
+    }
+    if constexpr (D == IMB_INT8 || D == IMB_INT16)
+    {
+        t.writeScale = rule.write.scale();
+        t.writeBlack = rule.write.black();
+        t.writeMax = rule.write.white();
+    }
+    else if constexpr (D == IMB_INT32)
+    {
+        t.writeRange64 = rule.write.myRange;
+        t.writeBlack64 = rule.write.myBlack;
+    }
+    return t;
+}
+
+// A contiguous row of a conversion through fractions: whole vectors in one
+// pass through VEC_Math, the rest (tails, and vectors that need the exact
+// half conversion) by the rule itself.
 template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
 void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, ComponentOf<D> *d, int64 n)
 {
@@ -69,35 +112,21 @@ void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, 
         if (s != d)
             std::memmove(d, s, static_cast<size_t>(n) * sizeof(ComponentOf<S>));
     }
-    else if constexpr (hasFloatStage<S> && hasFloatStage<D>)
+    else if constexpr (S == IMB_INT32 && D == IMB_INT32)
     {
-        if constexpr (Format<S>::isInteger && !SF)
-        {
-            if (rule.read.black() > Format<S>::white)
-                return ruleLoop(rule, s, d, n);
-        }
-        if constexpr (S == IMB_FLOAT32)
-        {
-            stageOut(rule.write, s, d, n);
-        }
-        else if constexpr (D == IMB_FLOAT32)
-        {
-            stageIn(rule.read, s, d, n);
-        }
-        else
-        {
-            float x[kStageChunk];
-            for (int64 i = 0; i < n; i += kStageChunk)
-            {
-                const int64 m = n - i < kStageChunk ? n - i : kStageChunk;
-                stageIn(rule.read, s + i, x, m);
-                stageOut(rule.write, x, d + i, m);
-            }
-        }
+        ruleLoop(rule, s, d, n);
     }
     else
     {
-        ruleLoop(rule, s, d, n);
+        const VEC_Math::RowTerms terms = termsOf(rule);
+        int64 i = 0;
+        while (i < n)
+        {
+            i += VEC_Math::convertRow(kindOf<S>, kindOf<D>, s + i, d + i, terms, n - i);
+            const int64 end = n - i < 16 ? n : i + 16;
+            for (; i < end; ++i)
+                d[i] = rule(s[i]);
+        }
     }
 }
 

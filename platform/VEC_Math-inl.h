@@ -11,6 +11,10 @@
 #include <IMB/platform/BAS_Types.h>
 #include <hwy/highway.h>
 
+#include "platform/VEC_Math.h"
+
+#include <type_traits>
+
 HWY_BEFORE_NAMESPACE();
 namespace imb_detail
 {
@@ -146,6 +150,155 @@ HWY_NOINLINE int64 FromHalf(float *HWY_RESTRICT dst, const uint16 *HWY_RESTRICT 
     }
     return i;
 }
+
+// ---------------------------------------------------------------- fused rows
+// A row converted in one pass: the source read as a fraction in float lanes,
+// written straight to the destination kind. Rows that touch 32-bit integers
+// run with as many lanes as a vector of doubles holds.
+
+// Source kinds 0-4 as in VEC_Math::Kind.
+template <int K, class DF>
+HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i, const VEC_Math::RowTerms &t)
+{
+    if constexpr (K == 3)
+    {
+        return hn::LoadU(df, static_cast<const float *>(src) + i);
+    }
+    else if constexpr (K == 4)
+    {
+        const hn::RebindToUnsigned<DF> du;
+        const hn::Rebind<uint16_t, DF> dh;
+        const auto h = hn::PromoteTo(du, hn::LoadU(dh, static_cast<const uint16 *>(src) + i));
+        const auto expField = hn::Set(du, 0x0f800000u);
+        const auto rebias = hn::Set(du, (127u - 15u) << 23);
+        auto o = hn::ShiftLeft<13>(hn::And(h, hn::Set(du, 0x7fffu)));
+        const auto exp = hn::And(o, expField);
+        o = hn::Add(o, rebias);
+        o = hn::IfThenElse(hn::Eq(exp, expField), hn::Add(o, rebias), o);
+        const auto den = hn::BitCast(du, hn::Sub(hn::BitCast(df, hn::Add(o, hn::Set(du, 1u << 23))),
+                                                 hn::BitCast(df, hn::Set(du, 113u << 23))));
+        o = hn::IfThenElse(hn::Eq(exp, hn::Zero(du)), den, o);
+        o = hn::Or(o, hn::ShiftLeft<16>(hn::And(h, hn::Set(du, 0x8000u))));
+        return hn::BitCast(df, o);
+    }
+    else if constexpr (K == 2)
+    {
+        const hn::Rebind<double, DF> dd;
+        const hn::Rebind<int32_t, DF> di;
+        const hn::Rebind<uint32_t, DF> du;
+        const auto v = hn::LoadU(du, static_cast<const uint32 *>(src) + i);
+        hn::Vec<decltype(dd)> x;
+        if (t.readDivide)
+        {
+            // v as a double: flip the top bit into a signed value and back.
+            const auto s = hn::BitCast(di, hn::Xor(v, hn::Set(du, 0x80000000u)));
+            x = hn::Div(hn::Add(hn::PromoteTo(dd, s), hn::Set(dd, 2147483648.0)), hn::Set(dd, 4294967295.0));
+        }
+        else
+        {
+            const auto s = hn::BitCast(di, hn::Sub(v, hn::Set(du, static_cast<uint32>(t.readBlack))));
+            x = hn::Mul(hn::PromoteTo(dd, s), hn::Set(dd, t.readScale64));
+        }
+        return hn::DemoteTo(df, x);
+    }
+    else
+    {
+        using T = std::conditional_t<K == 0, uint8_t, uint16_t>;
+        const hn::Rebind<T, DF> dt;
+        const hn::Rebind<int32_t, DF> di;
+        const auto v = hn::PromoteTo(di, hn::LoadU(dt, static_cast<const T *>(src) + i));
+        return hn::Mul(hn::ConvertTo(df, hn::Sub(v, hn::Set(di, t.readBlack))), hn::Set(df, t.readScale));
+    }
+}
+
+// Writes a vector of fractions; false (nothing written) when a half lane
+// needs the scalar conversion.
+template <int K, class DF>
+HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int64 i, const VEC_Math::RowTerms &t)
+{
+    if constexpr (K == 3)
+    {
+        hn::StoreU(x, df, static_cast<float *>(dst) + i);
+        return true;
+    }
+    else if constexpr (K == 4)
+    {
+        const hn::RebindToSigned<DF> di;
+        const hn::Rebind<uint16_t, DF> dh;
+        const auto bits = hn::BitCast(di, x);
+        const auto e = hn::And(hn::ShiftRight<23>(bits), hn::Set(di, 0xff));
+        const auto sign = hn::And(hn::ShiftRight<16>(bits), hn::Set(di, 0x8000));
+        const auto normal = hn::And(hn::Gt(e, hn::Set(di, 127 - 15)), hn::Lt(e, hn::Set(di, 127 - 15 + 31)));
+        const auto tiny = hn::Lt(e, hn::Set(di, 127 - 15 - 10));
+        if (!hn::AllTrue(di, hn::Or(normal, tiny)))
+            return false;
+        const auto head = hn::Or(sign, hn::ShiftLeft<10>(hn::Sub(e, hn::Set(di, 127 - 15))));
+        const auto h = hn::Add(head, hn::ShiftRight<13>(hn::Add(hn::And(bits, hn::Set(di, 0x007fffff)),
+                                                                 hn::Set(di, 0x1000))));
+        hn::StoreU(hn::DemoteTo(dh, hn::IfThenElse(normal, h, sign)), dh, static_cast<uint16 *>(dst) + i);
+        return true;
+    }
+    else if constexpr (K == 2)
+    {
+        const hn::Rebind<double, DF> dd;
+        const hn::Rebind<int32_t, DF> di;
+        const hn::Rebind<uint32_t, DF> du;
+        auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
+                                           hn::Set(dd, t.writeBlack64)),
+                                   hn::Set(dd, 0.5)));
+        y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(dd)), y);
+        y = hn::Min(y, hn::Set(dd, 4294967295.0));
+        // Exact integers in [0, 2^32 - 1]: shift into the signed range,
+        // convert, and flip the top bit back.
+        const auto r = hn::DemoteTo(di, hn::Sub(y, hn::Set(dd, 2147483648.0)));
+        hn::StoreU(hn::Xor(hn::BitCast(du, r), hn::Set(du, 0x80000000u)), du, static_cast<uint32 *>(dst) + i);
+        return true;
+    }
+    else
+    {
+        using T = std::conditional_t<K == 0, uint8_t, uint16_t>;
+        const hn::Rebind<T, DF> dt;
+        const hn::Rebind<int32_t, DF> di;
+        auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(x, hn::Set(df, t.writeScale)), hn::Set(df, t.writeBlack)),
+                                   hn::Set(df, 0.5f)));
+        y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(df)), y);
+        y = hn::Min(y, hn::Set(df, t.writeMax));
+        hn::StoreU(hn::DemoteTo(dt, hn::ConvertTo(di, y)), dt, static_cast<T *>(dst) + i);
+        return true;
+    }
+}
+
+template <int From, int To>
+HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT dst, const VEC_Math::RowTerms &t,
+                             int64 n)
+{
+    using DF = std::conditional_t<From == 2 || To == 2, hn::Rebind<float, hn::ScalableTag<double>>, hn::ScalableTag<float>>;
+    const DF df;
+    const int64 lanes = static_cast<int64>(hn::Lanes(df));
+    int64 i = 0;
+    for (; i + lanes <= n; i += lanes)
+        if (!storeFraction<To>(df, loadFraction<From>(df, src, i, t), dst, i, t))
+            break;
+    return i;
+}
+
+#define IMB_VEC_ROW(F, T)                                                                                          \
+    HWY_NOINLINE int64 ConvertRow_##F##_##T(const void *src, void *dst, const VEC_Math::RowTerms &t, int64 n)       \
+    {                                                                                                              \
+        return convertRowT<F, T>(src, dst, t, n);                                                                  \
+    }
+#define IMB_VEC_ROWS_FROM(F)                                                                                       \
+    IMB_VEC_ROW(F, 0) IMB_VEC_ROW(F, 1) IMB_VEC_ROW(F, 2) IMB_VEC_ROW(F, 3) IMB_VEC_ROW(F, 4)
+IMB_VEC_ROWS_FROM(0)
+IMB_VEC_ROWS_FROM(1)
+IMB_VEC_ROW(2, 0)
+IMB_VEC_ROW(2, 1)
+IMB_VEC_ROW(2, 3)
+IMB_VEC_ROW(2, 4)
+IMB_VEC_ROWS_FROM(3)
+IMB_VEC_ROWS_FROM(4)
+#undef IMB_VEC_ROWS_FROM
+#undef IMB_VEC_ROW
 
 } // namespace HWY_NAMESPACE
 } // namespace imb_detail

@@ -27,6 +27,20 @@ HWY_EXPORT(IWPoint16);
 HWY_EXPORT(ToHalf);
 HWY_EXPORT(FromHalf);
 
+#define IMB_EXPORT_ROW(F, T) HWY_EXPORT(ConvertRow_##F##_##T);
+#define IMB_EXPORT_ROWS_FROM(F)                                                                                    \
+    IMB_EXPORT_ROW(F, 0) IMB_EXPORT_ROW(F, 1) IMB_EXPORT_ROW(F, 2) IMB_EXPORT_ROW(F, 3) IMB_EXPORT_ROW(F, 4)
+IMB_EXPORT_ROWS_FROM(0)
+IMB_EXPORT_ROWS_FROM(1)
+IMB_EXPORT_ROW(2, 0)
+IMB_EXPORT_ROW(2, 1)
+IMB_EXPORT_ROW(2, 3)
+IMB_EXPORT_ROW(2, 4)
+IMB_EXPORT_ROWS_FROM(3)
+IMB_EXPORT_ROWS_FROM(4)
+#undef IMB_EXPORT_ROWS_FROM
+#undef IMB_EXPORT_ROW
+
 namespace
 {
 template <typename T> inline T wpointOne(float x, float scale, float maximum, float black)
@@ -77,6 +91,30 @@ void toHalf(uint16 *dst, const float *src, int64 n)
         for (; i < end; ++i)
             dst[i] = half16::fromFloat(src[i]);
     }
+}
+
+int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n)
+{
+#define IMB_ROW_CASE(F, T)                                                                                         \
+    case (F) * 5 + (T):                                                                                            \
+        return HWY_DYNAMIC_DISPATCH(imb_detail::ConvertRow_##F##_##T)(src, dst, terms, n);
+#define IMB_ROW_CASES_FROM(F)                                                                                      \
+    IMB_ROW_CASE(F, 0) IMB_ROW_CASE(F, 1) IMB_ROW_CASE(F, 2) IMB_ROW_CASE(F, 3) IMB_ROW_CASE(F, 4)
+    switch (static_cast<int>(from) * 5 + static_cast<int>(to))
+    {
+        IMB_ROW_CASES_FROM(0)
+        IMB_ROW_CASES_FROM(1)
+        IMB_ROW_CASE(2, 0)
+        IMB_ROW_CASE(2, 1)
+        IMB_ROW_CASE(2, 3)
+        IMB_ROW_CASE(2, 4)
+        IMB_ROW_CASES_FROM(3)
+        IMB_ROW_CASES_FROM(4)
+    default:
+        return 0;
+    }
+#undef IMB_ROW_CASES_FROM
+#undef IMB_ROW_CASE
 }
 
 void fromHalf(float *dst, const uint16 *src, int64 n)

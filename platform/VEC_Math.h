@@ -27,4 +27,43 @@ void iwpoint(float *dst, const uint16 *src, float scale, uint16 black, int64 n);
 void toHalf(uint16 *dst, const float *src, int64 n);
 // dst[i] = the exact float value of the half bit pattern src[i].
 void fromHalf(float *dst, const uint16 *src, int64 n);
+// Component kinds of the fused row conversion.
+enum Kind : int
+{
+    kU8 = 0,
+    kU16 = 1,
+    kU32 = 2,
+    kF32 = 3,
+    kF16 = 4,
+};
+
+// The terms of one conversion from a source kind to a destination kind,
+// computed as the fill rules do:
+//  read:  u8/u16: x = float(int32(v) - readBlack) * readScale;
+//         u32:    x = float(readDivide ? double(v) / 4294967295
+//                                      : double(int32(v - readBlack)) * readScale64);
+//         f32: x = v; f16: x = the half's value.
+//  write: u8/u16: clamp(floor(x * writeScale + writeBlack + 0.5), 0, writeMax);
+//         u32:    clamp(floor(double(x) * writeRange64 + writeBlack64 + 0.5), 0,
+//                 4294967295) in double; f32: x; f16: half16::fromFloat(x).
+// NaN writes 0 to integers.
+struct RowTerms
+{
+    float readScale = 1.0f;
+    int32 readBlack = 0;
+    bool readDivide = false;
+    double readScale64 = 1.0;
+    float writeScale = 1.0f;
+    float writeMax = 0.0f;
+    float writeBlack = 0.0f;
+    double writeRange64 = 0.0;
+    double writeBlack64 = 0.0;
+};
+
+// Converts whole vectors of a row from `src` (kind `from`) to `dst` (kind
+// `to`) and returns how many components were done: all but a tail shorter
+// than a vector, or fewer when a vector needs the scalar half conversion (the
+// caller converts a few components itself and calls again). Any pair but
+// u32 to u32; same-kind float pairs are not handled (they are copies).
+int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n);
 } // namespace VEC_Math
