@@ -138,6 +138,15 @@ struct isThrough<ThroughRule<A, AF, B, BF>> : std::true_type
 {
 };
 
+template <typename R> struct isBits : std::false_type
+{
+};
+template <IMB_DataFormat A, IMB_DataFormat B> struct isBits<BitsRule<A, B>> : std::true_type
+{
+    static constexpr IMB_DataFormat from = A;
+    static constexpr IMB_DataFormat to = B;
+};
+
 template <typename Rule, typename S, typename D> struct RowConverter
 {
     Rule rule;
@@ -160,6 +169,11 @@ template <typename Rule, typename S, typename D> struct RowConverter
         }
         else if constexpr (isThrough<Rule>::value)
             throughRow(rule, s, d, n);
+        else if constexpr (isBits<Rule>::value)
+        {
+            const int64 done = VEC_Math::bitsRow(kindOf<isBits<Rule>::from>, kindOf<isBits<Rule>::to>, s, d, n);
+            ruleLoop(rule, s + done, d + done, n - done);
+        }
         else
             ruleLoop(rule, s, d, n);
     }

@@ -266,24 +266,24 @@ template <> struct BitsRule<IMB_INT16, IMB_INT8>
 {
     uint8 operator()(uint16 v) const
     {
-        const uint32 r = v >> 8;
-        return static_cast<uint8>(r + ((v & 0x80u) && r < 255u ? 1u : 0u));
+        const uint32 r = (static_cast<uint32>(v) >> 8) + ((static_cast<uint32>(v) >> 7) & 1u);
+        return static_cast<uint8>(r < 255u ? r : 255u);
     }
 };
 template <> struct BitsRule<IMB_INT32, IMB_INT8>
 {
     uint8 operator()(uint32 v) const
     {
-        const uint32 r = v >> 24;
-        return static_cast<uint8>(r + ((v & 0x800000u) && r < 255u ? 1u : 0u));
+        const uint32 r = (v >> 24) + ((v >> 23) & 1u);
+        return static_cast<uint8>(r < 255u ? r : 255u);
     }
 };
 template <> struct BitsRule<IMB_INT32, IMB_INT16>
 {
     uint16 operator()(uint32 v) const
     {
-        const uint32 r = v >> 16;
-        return static_cast<uint16>(r + ((v & 0x8000u) && r < 65535u ? 1u : 0u));
+        const uint32 r = (v >> 16) + ((v >> 15) & 1u);
+        return static_cast<uint16>(r < 65535u ? r : 65535u);
     }
 };
 

@@ -282,6 +282,63 @@ HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT ds
     return i;
 }
 
+// Integer rows without floats, in the lanes of the wider kind.
+template <int From, int To>
+HWY_INLINE int64 bitsRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT dst, int64 n)
+{
+    constexpr bool widening = From < To;
+    using Wide = std::conditional_t<(widening ? To : From) == 2, uint32_t, uint16_t>;
+    using Narrow = std::conditional_t<(widening ? From : To) == 1, uint16_t, uint8_t>;
+    using Signed = std::make_signed_t<Wide>;
+    const hn::ScalableTag<Wide> dw;
+    const hn::Rebind<Narrow, decltype(dw)> dn;
+    const hn::Rebind<Signed, decltype(dw)> ds;
+    const int64 lanes = static_cast<int64>(hn::Lanes(dw));
+    int64 i = 0;
+    for (; i + lanes <= n; i += lanes)
+    {
+        if constexpr (widening)
+        {
+            const auto v = hn::PromoteTo(dw, hn::LoadU(dn, static_cast<const Narrow *>(src) + i));
+            auto r = hn::Or(v, hn::ShiftLeft<8>(v));
+            if constexpr (sizeof(Wide) == 4)
+                r = hn::Or(r, hn::ShiftLeft<16>(r));
+            hn::StoreU(r, dw, static_cast<Wide *>(dst) + i);
+        }
+        else
+        {
+            constexpr int shift = 8 * static_cast<int>(sizeof(Wide) - sizeof(Narrow));
+            const auto v = hn::LoadU(dw, static_cast<const Wide *>(src) + i);
+            // At most white + 1, which the saturating demotion brings back to
+            // white.
+            const auto r = hn::Add(hn::ShiftRight<shift>(v), hn::And(hn::ShiftRight<shift - 1>(v), hn::Set(dw, 1)));
+            hn::StoreU(hn::DemoteTo(dn, hn::BitCast(ds, r)), dn, static_cast<Narrow *>(dst) + i);
+        }
+    }
+    return i;
+}
+
+HWY_NOINLINE int64 BitsRow_0_1(const void *src, void *dst, int64 n)
+{
+    return bitsRowT<0, 1>(src, dst, n);
+}
+HWY_NOINLINE int64 BitsRow_0_2(const void *src, void *dst, int64 n)
+{
+    return bitsRowT<0, 2>(src, dst, n);
+}
+HWY_NOINLINE int64 BitsRow_1_0(const void *src, void *dst, int64 n)
+{
+    return bitsRowT<1, 0>(src, dst, n);
+}
+HWY_NOINLINE int64 BitsRow_2_0(const void *src, void *dst, int64 n)
+{
+    return bitsRowT<2, 0>(src, dst, n);
+}
+HWY_NOINLINE int64 BitsRow_2_1(const void *src, void *dst, int64 n)
+{
+    return bitsRowT<2, 1>(src, dst, n);
+}
+
 #define IMB_VEC_ROW(F, T)                                                                                          \
     HWY_NOINLINE int64 ConvertRow_##F##_##T(const void *src, void *dst, const VEC_Math::RowTerms &t, int64 n)       \
     {                                                                                                              \

@@ -27,6 +27,12 @@ HWY_EXPORT(IWPoint16);
 HWY_EXPORT(ToHalf);
 HWY_EXPORT(FromHalf);
 
+HWY_EXPORT(BitsRow_0_1);
+HWY_EXPORT(BitsRow_0_2);
+HWY_EXPORT(BitsRow_1_0);
+HWY_EXPORT(BitsRow_2_0);
+HWY_EXPORT(BitsRow_2_1);
+
 #define IMB_EXPORT_ROW(F, T) HWY_EXPORT(ConvertRow_##F##_##T);
 #define IMB_EXPORT_ROWS_FROM(F)                                                                                    \
     IMB_EXPORT_ROW(F, 0) IMB_EXPORT_ROW(F, 1) IMB_EXPORT_ROW(F, 2) IMB_EXPORT_ROW(F, 3) IMB_EXPORT_ROW(F, 4)
@@ -115,6 +121,25 @@ int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms 
     }
 #undef IMB_ROW_CASES_FROM
 #undef IMB_ROW_CASE
+}
+
+int64 bitsRow(Kind from, Kind to, const void *src, void *dst, int64 n)
+{
+    switch (static_cast<int>(from) * 5 + static_cast<int>(to))
+    {
+    case kU8 * 5 + kU16:
+        return HWY_DYNAMIC_DISPATCH(imb_detail::BitsRow_0_1)(src, dst, n);
+    case kU8 * 5 + kU32:
+        return HWY_DYNAMIC_DISPATCH(imb_detail::BitsRow_0_2)(src, dst, n);
+    case kU16 * 5 + kU8:
+        return HWY_DYNAMIC_DISPATCH(imb_detail::BitsRow_1_0)(src, dst, n);
+    case kU32 * 5 + kU8:
+        return HWY_DYNAMIC_DISPATCH(imb_detail::BitsRow_2_0)(src, dst, n);
+    case kU32 * 5 + kU16:
+        return HWY_DYNAMIC_DISPATCH(imb_detail::BitsRow_2_1)(src, dst, n);
+    default:
+        return 0;
+    }
 }
 
 void fromHalf(float *dst, const uint16 *src, int64 n)

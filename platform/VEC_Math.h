@@ -66,4 +66,11 @@ struct RowTerms
 // caller converts a few components itself and calls again). Any pair but
 // u32 to u32; same-kind float pairs are not handled (they are copies).
 int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n);
+
+// Full-range integer to integer without floats, whole vectors; returns how
+// many components were done (all but a tail shorter than a vector).
+// Widening replicates the bits (u8 to u16: v * 257, u8 to u32: v *
+// 0x01010101); narrowing keeps the high part and adds the highest dropped
+// bit, saturating (u16 to u8, u32 to u8, u32 to u16). Other pairs do nothing.
+int64 bitsRow(Kind from, Kind to, const void *src, void *dst, int64 n);
 } // namespace VEC_Math
