@@ -156,14 +156,24 @@ HWY_NOINLINE int64 FromHalf(float *HWY_RESTRICT dst, const uint16 *HWY_RESTRICT 
 // written straight to the destination kind. Rows that touch 32-bit integers
 // run with as many lanes as a vector of doubles holds.
 
-// Source kinds 0-4 as in VEC_Math::Kind.
-template <int K, class DF>
+// Source kinds 0-4 as in VEC_Math::Kind. ExactNaN keeps every NaN payload
+// bit (float and half destinations need it).
+template <int K, bool ExactNaN, class DF>
 HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i, const VEC_Math::RowTerms &t)
 {
     if constexpr (K == 3)
     {
         return hn::LoadU(df, static_cast<const float *>(src) + i);
     }
+#if HWY_TARGET <= HWY_AVX2 && !defined(HWY_DISABLE_F16C)
+    else if constexpr (K == 4 && !ExactNaN)
+    {
+        // The processor's conversion is exact but quiets signalling NaNs,
+        // which integer destinations turn into 0 all the same.
+        const hn::Rebind<hwy::float16_t, DF> dh;
+        return hn::PromoteTo(df, hn::LoadU(dh, reinterpret_cast<const hwy::float16_t *>(src) + i));
+    }
+#endif
     else if constexpr (K == 4)
     {
         const hn::RebindToUnsigned<DF> du;
@@ -277,7 +287,7 @@ HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT ds
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
-        if (!storeFraction<To>(df, loadFraction<From>(df, src, i, t), dst, i, t))
+        if (!storeFraction<To>(df, loadFraction<From, (To == 3 || To == 4)>(df, src, i, t), dst, i, t))
             break;
     return i;
 }
