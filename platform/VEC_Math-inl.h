@@ -86,6 +86,24 @@ HWY_NOINLINE int64 IWPoint16(float *dst, const uint16 *src, float scale, int32 b
     return iwpointVectors(dst, src, scale, black, n);
 }
 
+// Float bits to half bits for a vector, when every lane is a normal half or
+// flushes to a signed zero: with abs the bits without the sign, a normal
+// result is ((abs + 0x1000) >> 13) - (112 << 10) (the exponent table's sum,
+// with the carry into the exponent), a tiny one the sign alone. False when a
+// lane needs the full conversion (denormal results, overflow, infinity, NaN).
+template <class DI> HWY_INLINE bool halfVector(DI di, hn::Vec<DI> bits, hn::Vec<DI> &out)
+{
+    const auto abs = hn::And(bits, hn::Set(di, 0x7fffffff));
+    const auto sign = hn::And(hn::ShiftRight<16>(bits), hn::Set(di, 0x8000));
+    const auto normal = hn::And(hn::Gt(abs, hn::Set(di, (113 << 23) - 1)), hn::Lt(abs, hn::Set(di, 143 << 23)));
+    const auto tiny = hn::Lt(abs, hn::Set(di, 102 << 23));
+    if (!hn::AllTrue(di, hn::Or(normal, tiny)))
+        return false;
+    const auto h = hn::Sub(hn::ShiftRight<13>(hn::Add(abs, hn::Set(di, 0x1000))), hn::Set(di, 112 << 10));
+    out = hn::Or(hn::IfThenElseZero(normal, h), sign);
+    return true;
+}
+
 // Float to half bit patterns. Lanes whose result comes from the exponent table
 // (normal halves) or is a signed zero (magnitudes below the denormal range) are
 // computed here; a vector holding any other lane (denormal results, overflow,
@@ -97,28 +115,13 @@ HWY_NOINLINE int64 ToHalf(uint16 *HWY_RESTRICT dst, const float *HWY_RESTRICT sr
     const hn::RebindToSigned<decltype(df)> di;
     const hn::Rebind<uint16_t, decltype(df)> dh;
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
-    const auto expMask = hn::Set(di, 0xff);
-    const auto signMask = hn::Set(di, 0x8000);
-    const auto mantMask = hn::Set(di, 0x007fffff);
-    const auto round = hn::Set(di, 0x1000);
-    // Biased float exponents just outside those of the normal halves.
-    const auto belowNormal = hn::Set(di, 127 - 15);
-    const auto aboveNormal = hn::Set(di, 127 - 15 + 31);
-    const auto lowestDenormal = hn::Set(di, 127 - 15 - 10);
-    const auto bias = hn::Set(di, 127 - 15);
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
     {
-        const auto bits = hn::BitCast(di, hn::LoadU(df, src + i));
-        const auto e = hn::And(hn::ShiftRight<23>(bits), expMask);
-        const auto sign = hn::And(hn::ShiftRight<16>(bits), signMask);
-        const auto normal = hn::And(hn::Gt(e, belowNormal), hn::Lt(e, aboveNormal));
-        const auto tiny = hn::Lt(e, lowestDenormal);
-        if (!hn::AllTrue(di, hn::Or(normal, tiny)))
+        hn::Vec<decltype(di)> h;
+        if (!halfVector(di, hn::BitCast(di, hn::LoadU(df, src + i)), h))
             return i;
-        const auto head = hn::Or(sign, hn::ShiftLeft<10>(hn::Sub(e, bias)));
-        const auto h = hn::Add(head, hn::ShiftRight<13>(hn::Add(hn::And(bits, mantMask), round)));
-        hn::StoreU(hn::DemoteTo(dh, hn::IfThenElse(normal, h, sign)), dh, dst + i);
+        hn::StoreU(hn::DemoteTo(dh, h), dh, dst + i);
     }
     return i;
 }
@@ -235,17 +238,10 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
     {
         const hn::RebindToSigned<DF> di;
         const hn::Rebind<uint16_t, DF> dh;
-        const auto bits = hn::BitCast(di, x);
-        const auto e = hn::And(hn::ShiftRight<23>(bits), hn::Set(di, 0xff));
-        const auto sign = hn::And(hn::ShiftRight<16>(bits), hn::Set(di, 0x8000));
-        const auto normal = hn::And(hn::Gt(e, hn::Set(di, 127 - 15)), hn::Lt(e, hn::Set(di, 127 - 15 + 31)));
-        const auto tiny = hn::Lt(e, hn::Set(di, 127 - 15 - 10));
-        if (!hn::AllTrue(di, hn::Or(normal, tiny)))
+        hn::Vec<decltype(di)> h;
+        if (!halfVector(di, hn::BitCast(di, x), h))
             return false;
-        const auto head = hn::Or(sign, hn::ShiftLeft<10>(hn::Sub(e, hn::Set(di, 127 - 15))));
-        const auto h = hn::Add(head, hn::ShiftRight<13>(hn::Add(hn::And(bits, hn::Set(di, 0x007fffff)),
-                                                                 hn::Set(di, 0x1000))));
-        hn::StoreU(hn::DemoteTo(dh, hn::IfThenElse(normal, h, sign)), dh, static_cast<uint16 *>(dst) + i);
+        hn::StoreU(hn::DemoteTo(dh, h), dh, static_cast<uint16 *>(dst) + i);
         return true;
     }
     else if constexpr (K == 2)
