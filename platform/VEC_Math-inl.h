@@ -204,8 +204,11 @@ HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i
         if (t.readDivide)
         {
             // v as a double: flip the top bit into a signed value and back.
+            // The rule divides by 4294967295; multiplying by its reciprocal
+            // gives the same float for every one of the 2^32 values (checked
+            // exhaustively), and these rows only ever use x as a float.
             const auto s = hn::BitCast(di, hn::Xor(v, hn::Set(du, 0x80000000u)));
-            x = hn::Div(hn::Add(hn::PromoteTo(dd, s), hn::Set(dd, 2147483648.0)), hn::Set(dd, 4294967295.0));
+            x = hn::Mul(hn::Add(hn::PromoteTo(dd, s), hn::Set(dd, 2147483648.0)), hn::Set(dd, 1.0 / 4294967295.0));
         }
         else
         {

@@ -28,9 +28,9 @@ struct ConvertOptions
     float gamma = 1.0f;
 };
 
-// The components of one pixel as text, read through fill into floats (which
-// leaves integers as fractions of their range, as fill sees them).
-std::string firstPixel(const IMB_Raster &r)
+// The components of one pixel as text, read through fill into floats: the
+// fractions of the black-to-white range that fill used for the image.
+std::string firstPixel(const IMB_Raster &r, bool fast, uint32 black, uint32 white)
 {
     const int channels = imbDefinesPDepth[r.getPacking()];
     const bool planar = !r.isInterleaved();
@@ -44,6 +44,9 @@ std::string firstPixel(const IMB_Raster &r)
         IMB_FillParms p;
         p.mySource = base + offset;
         p.mySourceType = r.getFormat();
+        p.mySourceFast = fast;
+        p.mySourceBlack = black;
+        p.mySourceWhite = white;
         p.myDest = &out[static_cast<size_t>(c)];
         p.myDestType = IMB_FLOAT32;
         p.setSourceArea(0, 0, 0, 0);
@@ -126,7 +129,8 @@ void runConvert(const ConvertOptions &o)
                IMBpacking(in.getPacking()), IMBdataFormat(from),
                rangeText(from, p.mySourceFast, p.mySourceBlack, p.mySourceWhite), IMBdataFormat(to),
                rangeText(to, p.myDestFast && to != IMB_INT32, p.myDestBlack, p.myDestWhite), o.gamma);
-    fmt::print("  first pixel as fractions: in [{}]  out [{}]\n", firstPixel(in), firstPixel(out));
+    fmt::print("  first pixel as fractions: in [{}]  out [{}]\n", firstPixel(in, p.mySourceFast, p.mySourceBlack, p.mySourceWhite),
+               firstPixel(out, p.myDestFast, p.myDestBlack, p.myDestWhite));
 }
 
 void setupConvert(CLI::App &app)

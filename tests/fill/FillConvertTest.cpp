@@ -259,6 +259,24 @@ TEST(FillConvert, StoredPointsDecideTheIdentityCopyEvenWhenFast)
     EXPECT_EQ((convertOne<uint8, uint8>(IMB_INT8, IMB_INT8, 250, false, false, 16, 235, 16, 235)), 250);
 }
 
+TEST(FillConvert, FullRange32BitValuesDivideExactlyOnTheWayToFloats)
+{
+    // A million values spread over the whole 32-bit range, through the
+    // contiguous rows, against the division of the rule.
+    const int64 n = 1 << 20;
+    Buffer src(IMB_INT32, n), f32(IMB_FLOAT32, n), f16(IMB_FLOAT16, n);
+    for (int64 i = 0; i < n; ++i)
+        src.set(i, static_cast<uint32>(i * 4096 + (i * 2654435761u) % 4096));
+    runFill(IMB_INT32, IMB_FLOAT32, true, true, Points{}, src, f32, n, 1, 1, 1);
+    runFill(IMB_INT32, IMB_FLOAT16, true, true, Points{}, src, f16, n, 1, 1, 1);
+    for (int64 i = 0; i < n; ++i)
+    {
+        const float x = static_cast<float>(static_cast<double>(src.get(i)) / 4294967295.0);
+        ASSERT_EQ(f32.get(i), bitsOf(x)) << src.get(i);
+        ASSERT_EQ(f16.get(i), halfOf(x)) << src.get(i);
+    }
+}
+
 TEST(FillConvert, HalfToHalfKeepsEveryBitPattern)
 {
     Buffer src(IMB_FLOAT16, 65536), dst(IMB_FLOAT16, 65536);
