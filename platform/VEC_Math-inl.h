@@ -156,8 +156,53 @@ HWY_NOINLINE int64 FromHalf(float *HWY_RESTRICT dst, const uint16 *HWY_RESTRICT 
 
 // ---------------------------------------------------------------- fused rows
 // A row converted in one pass: the source read as a fraction in float lanes,
-// written straight to the destination kind. Rows that touch 32-bit integers
-// run with as many lanes as a vector of doubles holds.
+// written straight to the destination kind. 32-bit integers go through
+// doubles, half a vector at a time.
+
+// The fraction of 32-bit components, through doubles: as many float lanes
+// as doubles fit in a vector.
+template <class DF, class VU>
+HWY_INLINE hn::Vec<DF> fractionOf32(DF df, VU v, const VEC_Math::RowTerms &t)
+{
+    const hn::Rebind<double, DF> dd;
+    const hn::Rebind<int32_t, DF> di;
+    const hn::Rebind<uint32_t, DF> du;
+    hn::Vec<decltype(dd)> x;
+    if (t.readDivide)
+    {
+        // v as a double: flip the top bit into a signed value and back.
+        // The rule divides by 4294967295; multiplying by its reciprocal gives
+        // the same float for every one of the 2^32 values (checked
+        // exhaustively), and these rows only ever use x as a float.
+        const auto s = hn::BitCast(di, hn::Xor(v, hn::Set(du, 0x80000000u)));
+        x = hn::Mul(hn::Add(hn::PromoteTo(dd, s), hn::Set(dd, 2147483648.0)), hn::Set(dd, 1.0 / 4294967295.0));
+    }
+    else
+    {
+        const auto s = hn::BitCast(di, hn::Sub(v, hn::Set(du, static_cast<uint32>(t.readBlack))));
+        x = hn::Mul(hn::PromoteTo(dd, s), hn::Set(dd, t.readScale64));
+    }
+    return hn::DemoteTo(df, x);
+}
+
+// floor(x * range + black + 0.5) in doubles, clamped to [0, 2^32 - 1] (NaN
+// gives 0), as 32-bit components.
+template <class DF>
+HWY_INLINE hn::Vec<hn::Rebind<uint32_t, DF>> integerOf32(DF df, hn::Vec<DF> x, const VEC_Math::RowTerms &t)
+{
+    const hn::Rebind<double, DF> dd;
+    const hn::Rebind<int32_t, DF> di;
+    const hn::Rebind<uint32_t, DF> du;
+    auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
+                                       hn::Set(dd, t.writeBlack64)),
+                               hn::Set(dd, 0.5)));
+    y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(dd)), y);
+    y = hn::Min(y, hn::Set(dd, 4294967295.0));
+    // Exact integers in [0, 2^32 - 1]: shift into the signed range, convert,
+    // and flip the top bit back.
+    const auto r = hn::DemoteTo(di, hn::Sub(y, hn::Set(dd, 2147483648.0)));
+    return hn::Xor(hn::BitCast(du, r), hn::Set(du, 0x80000000u));
+}
 
 // Source kinds 0-4 as in VEC_Math::Kind. ExactNaN keeps every NaN payload
 // bit (float and half destinations need it).
@@ -196,26 +241,17 @@ HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i
     }
     else if constexpr (K == 2)
     {
-        const hn::Rebind<double, DF> dd;
-        const hn::Rebind<int32_t, DF> di;
         const hn::Rebind<uint32_t, DF> du;
         const auto v = hn::LoadU(du, static_cast<const uint32 *>(src) + i);
-        hn::Vec<decltype(dd)> x;
-        if (t.readDivide)
-        {
-            // v as a double: flip the top bit into a signed value and back.
-            // The rule divides by 4294967295; multiplying by its reciprocal
-            // gives the same float for every one of the 2^32 values (checked
-            // exhaustively), and these rows only ever use x as a float.
-            const auto s = hn::BitCast(di, hn::Xor(v, hn::Set(du, 0x80000000u)));
-            x = hn::Mul(hn::Add(hn::PromoteTo(dd, s), hn::Set(dd, 2147483648.0)), hn::Set(dd, 1.0 / 4294967295.0));
-        }
-        else
-        {
-            const auto s = hn::BitCast(di, hn::Sub(v, hn::Set(du, static_cast<uint32>(t.readBlack))));
-            x = hn::Mul(hn::PromoteTo(dd, s), hn::Set(dd, t.readScale64));
-        }
-        return hn::DemoteTo(df, x);
+#if HWY_TARGET == HWY_SCALAR
+        return fractionOf32(df, v, t);
+#else
+        // Doubles hold half as many lanes: convert each half.
+        const hn::Half<DF> dfh;
+        const hn::Half<decltype(du)> duh;
+        return hn::Combine(df, fractionOf32(dfh, hn::UpperHalf(duh, v), t),
+                           fractionOf32(dfh, hn::LowerHalf(duh, v), t));
+#endif
     }
     else
     {
@@ -249,18 +285,15 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
     }
     else if constexpr (K == 2)
     {
-        const hn::Rebind<double, DF> dd;
-        const hn::Rebind<int32_t, DF> di;
         const hn::Rebind<uint32_t, DF> du;
-        auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
-                                           hn::Set(dd, t.writeBlack64)),
-                                   hn::Set(dd, 0.5)));
-        y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(dd)), y);
-        y = hn::Min(y, hn::Set(dd, 4294967295.0));
-        // Exact integers in [0, 2^32 - 1]: shift into the signed range,
-        // convert, and flip the top bit back.
-        const auto r = hn::DemoteTo(di, hn::Sub(y, hn::Set(dd, 2147483648.0)));
-        hn::StoreU(hn::Xor(hn::BitCast(du, r), hn::Set(du, 0x80000000u)), du, static_cast<uint32 *>(dst) + i);
+#if HWY_TARGET == HWY_SCALAR
+        const auto r = integerOf32(df, x, t);
+#else
+        const hn::Half<DF> dfh;
+        const auto r = hn::Combine(du, integerOf32(dfh, hn::UpperHalf(dfh, x), t),
+                                   integerOf32(dfh, hn::LowerHalf(dfh, x), t));
+#endif
+        hn::StoreU(r, du, static_cast<uint32 *>(dst) + i);
         return true;
     }
     else
@@ -281,7 +314,11 @@ template <int From, int To>
 HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT dst, const VEC_Math::RowTerms &t,
                              int64 n)
 {
-    using DF = std::conditional_t<From == 2 || To == 2, hn::Rebind<float, hn::ScalableTag<double>>, hn::ScalableTag<float>>;
+#if HWY_TARGET == HWY_SCALAR
+    using DF = hn::Rebind<float, hn::ScalableTag<double>>;
+#else
+    using DF = hn::ScalableTag<float>;
+#endif
     const DF df;
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
     int64 i = 0;
