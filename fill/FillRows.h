@@ -1,7 +1,8 @@
 // Row functions of the fill engine: apply one per-component rule along a row.
 // Strided rows run the rule component by component; contiguous rows take the
-// fast forms (block copies, and the VEC_Math vector routines through a small
-// float buffer), which give exactly the rule's results.
+// fast forms (block copies and the VEC_Math vector rows), which give exactly
+// the rule's results. The arithmetic stages contiguous components through a
+// small float buffer with the same vector routines.
 #pragma once
 
 #include "fill/FillRules.h"
