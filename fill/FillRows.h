@@ -101,8 +101,7 @@ VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
 }
 
 // A contiguous row of a conversion through fractions: whole vectors in one
-// pass through VEC_Math, the rest (tails, and vectors that need the exact
-// half conversion) by the rule itself.
+// pass through VEC_Math, the tail by the rule itself.
 template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
 void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, ComponentOf<D> *d, int64 n)
 {
@@ -119,15 +118,8 @@ void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, 
     }
     else
     {
-        const VEC_Math::RowTerms terms = termsOf(rule);
-        int64 i = 0;
-        while (i < n)
-        {
-            i += VEC_Math::convertRow(kindOf<S>, kindOf<D>, s + i, d + i, terms, n - i);
-            const int64 end = n - i < 16 ? n : i + 16;
-            for (; i < end; ++i)
-                d[i] = rule(s[i]);
-        }
+        const int64 done = VEC_Math::convertRow(kindOf<S>, kindOf<D>, s, d, termsOf(rule), n);
+        ruleLoop(rule, s + done, d + done, n - done);
     }
 }
 

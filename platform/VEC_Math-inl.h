@@ -86,29 +86,33 @@ HWY_NOINLINE int64 IWPoint16(float *dst, const uint16 *src, float scale, int32 b
     return iwpointVectors(dst, src, scale, black, n);
 }
 
-// Float bits to half bits for a vector, when every lane is a normal half or
-// flushes to a signed zero: with abs the bits without the sign, a normal
-// result is ((abs + 0x1000) >> 13) - (112 << 10) (the exponent table's sum,
-// with the carry into the exponent), a tiny one the sign alone. False when a
-// lane needs the full conversion (denormal results, overflow, infinity, NaN).
-template <class DI> HWY_INLINE bool halfVector(DI di, hn::Vec<DI> bits, hn::Vec<DI> &out)
+// Float bits to half bits for a vector, every lane exactly as
+// half16::fromFloat gives it. With abs the bits without the sign:
+//  - normal results: ((abs + 0x1000) >> 13) - (112 << 10), the exponent
+//    table's sum with its carry into the exponent (halves round up);
+//  - results below the normal range: abs + 0.5 in float rounds the value to a
+//    multiple of 2^-24 to nearest even, and the low bits of the sum are the
+//    denormal half (0 for magnitudes below 2^-25, which the full conversion
+//    flushes to a signed zero);
+//  - overflow and infinity: 0x7c00; NaN: 0x7c00 with the top payload bits,
+//    kept a NaN.
+template <class DF, class DI> HWY_INLINE hn::Vec<DI> halfVector(DF df, DI di, hn::Vec<DI> bits)
 {
     const auto abs = hn::And(bits, hn::Set(di, 0x7fffffff));
     const auto sign = hn::And(hn::ShiftRight<16>(bits), hn::Set(di, 0x8000));
-    const auto normal = hn::And(hn::Gt(abs, hn::Set(di, (113 << 23) - 1)), hn::Lt(abs, hn::Set(di, 143 << 23)));
-    const auto tiny = hn::Lt(abs, hn::Set(di, 102 << 23));
-    if (!hn::AllTrue(di, hn::Or(normal, tiny)))
-        return false;
-    const auto h = hn::Sub(hn::ShiftRight<13>(hn::Add(abs, hn::Set(di, 0x1000))), hn::Set(di, 112 << 10));
-    out = hn::Or(hn::IfThenElseZero(normal, h), sign);
-    return true;
+    const auto normal = hn::Sub(hn::ShiftRight<13>(hn::Add(abs, hn::Set(di, 0x1000))), hn::Set(di, 112 << 10));
+    const auto half = hn::Set(df, 0.5f);
+    const auto small = hn::Sub(hn::BitCast(di, hn::Add(hn::BitCast(df, abs), half)), hn::BitCast(di, half));
+    const auto payload = hn::ShiftRight<13>(hn::And(abs, hn::Set(di, 0x007fffff)));
+    const auto nan = hn::Or(hn::Or(payload, hn::Set(di, 0x7c00)),
+                            hn::IfThenElseZero(hn::Eq(payload, hn::Zero(di)), hn::Set(di, 1)));
+    const auto special = hn::IfThenElse(hn::Gt(abs, hn::Set(di, 0x7f800000)), nan, hn::Set(di, 0x7c00));
+    const auto h = hn::IfThenElse(hn::Lt(abs, hn::Set(di, 113 << 23)), small,
+                                  hn::IfThenElse(hn::Lt(abs, hn::Set(di, 143 << 23)), normal, special));
+    return hn::Or(h, sign);
 }
 
-// Float to half bit patterns. Lanes whose result comes from the exponent table
-// (normal halves) or is a signed zero (magnitudes below the denormal range) are
-// computed here; a vector holding any other lane (denormal results, overflow,
-// infinity, NaN) is left to the caller, whose scalar conversion handles it.
-// Returns the index of the first component not converted.
+// Float to half bit patterns, whole vectors; returns how many were done.
 HWY_NOINLINE int64 ToHalf(uint16 *HWY_RESTRICT dst, const float *HWY_RESTRICT src, int64 n)
 {
     const hn::ScalableTag<float> df;
@@ -118,9 +122,7 @@ HWY_NOINLINE int64 ToHalf(uint16 *HWY_RESTRICT dst, const float *HWY_RESTRICT sr
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
     {
-        hn::Vec<decltype(di)> h;
-        if (!halfVector(di, hn::BitCast(di, hn::LoadU(df, src + i)), h))
-            return i;
+        const auto h = halfVector(df, di, hn::BitCast(di, hn::LoadU(df, src + i)));
         hn::StoreU(hn::DemoteTo(dh, h), dh, dst + i);
     }
     return i;
@@ -277,10 +279,7 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
     {
         const hn::RebindToSigned<DF> di;
         const hn::Rebind<uint16_t, DF> dh;
-        hn::Vec<decltype(di)> h;
-        if (!halfVector(di, hn::BitCast(di, x), h))
-            return false;
-        hn::StoreU(hn::DemoteTo(dh, h), dh, static_cast<uint16 *>(dst) + i);
+        hn::StoreU(hn::DemoteTo(dh, halfVector(df, di, hn::BitCast(di, x))), dh, static_cast<uint16 *>(dst) + i);
         return true;
     }
     else if constexpr (K == 2)

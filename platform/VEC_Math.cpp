@@ -87,16 +87,8 @@ void iwpoint(float *dst, const uint16 *src, float scale, uint16 black, int64 n)
 
 void toHalf(uint16 *dst, const float *src, int64 n)
 {
-    // The vector kernel stops at the first vector it cannot do; convert a
-    // short stretch one by one and resume.
-    int64 i = 0;
-    while (i < n)
-    {
-        i += HWY_DYNAMIC_DISPATCH(imb_detail::ToHalf)(dst + i, src + i, n - i);
-        const int64 end = i + 16 < n ? i + 16 : n;
-        for (; i < end; ++i)
-            dst[i] = half16::fromFloat(src[i]);
-    }
+    for (int64 i = HWY_DYNAMIC_DISPATCH(imb_detail::ToHalf)(dst, src, n); i < n; ++i)
+        dst[i] = half16::fromFloat(src[i]);
 }
 
 int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n)

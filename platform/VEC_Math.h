@@ -61,10 +61,9 @@ struct RowTerms
 };
 
 // Converts whole vectors of a row from `src` (kind `from`) to `dst` (kind
-// `to`) and returns how many components were done: all but a tail shorter
-// than a vector, or fewer when a vector needs the scalar half conversion (the
-// caller converts a few components itself and calls again). Any pair but
-// u32 to u32; same-kind float pairs are not handled (they are copies).
+// `to`) and returns how many components were done (all but a tail shorter
+// than a vector, which the caller converts by the scalar rule). Any pair but
+// u32 to u32 (0 is returned for it).
 int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n);
 
 // Full-range integer to integer without floats, whole vectors; returns how
