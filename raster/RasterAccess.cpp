@@ -6,6 +6,7 @@
 #include <IMB/platform/half16.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -207,15 +208,36 @@ void fillSamples(char *dst, int64 count, const void *value, int64 bytes)
 
 // ---------------------------------------------------------------- addresses
 
+namespace
+{
+// The address rule of getPixel, inline for the per-pixel paths below.
+inline const char *pixelAddress(const char *base, IMB_Packing packing, IMB_DataFormat format, int64 yres,
+                                int64 stride, int64 x, int64 y, int64 comp)
+{
+    const int64 b = bytesPerComponent(format);
+    if (packing == PACK_DUAL_NI || packing == PACK_RGB_NI || packing == PACK_RGBA_NI)
+        return base + (yres * comp + y) * stride + b * x;
+    return base + (stepComponents(packing) * x + comp) * b + y * stride;
+}
+
+// Integer reads ask for the processor capabilities on entry; once they are
+// known, skip the call.
+std::atomic<bool> theCapsKnown{false};
+inline void ensureProcCaps()
+{
+    if (!theCapsKnown.load(std::memory_order_relaxed))
+    {
+        IMBdetermineProcCaps();
+        theCapsKnown.store(true, std::memory_order_relaxed);
+    }
+}
+} // namespace
+
 const void *IMB_Raster::getPixel(int64 x, int64 y, int64 comp) const
 {
     if (x < 0 || y < 0 || x >= myXres || y >= myYres || !myRaster)
         return nullptr;
-    const char *base = static_cast<const char *>(getPixels());
-    const int64 b = bytesPerComponent(myFormat);
-    if (myPacking == PACK_DUAL_NI || myPacking == PACK_RGB_NI || myPacking == PACK_RGBA_NI)
-        return base + (myYres * comp + y) * myStride + b * x;
-    return base + (stepComponents(myPacking) * x + comp) * b + y * myStride;
+    return pixelAddress(static_cast<const char *>(getPixels()), myPacking, myFormat, myYres, myStride, x, y, comp);
 }
 
 void *IMB_Raster::getPixel(int64 x, int64 y, int64 comp)
@@ -228,17 +250,18 @@ void *IMB_Raster::getPixel(int64 x, int64 y, int64 comp)
 void IMB_Raster::getPixelValue(int64 x, int64 y, float *out) const
 {
     const int n = valueCount(myPacking);
-    const char *p = static_cast<const char *>(getPixel(x, y, 0));
-    if (!p || n == 0)
+    if (x < 0 || y < 0 || x >= myXres || y >= myYres || !myRaster || n == 0)
         return;
+    const char *p =
+        pixelAddress(static_cast<const char *>(getPixels()), myPacking, myFormat, myYres, myStride, x, y, 0);
     // Plane packings read value i from plane i; the others read consecutive
     // components.
     const int64 planeStep = (isPlanePacking(myPacking) && n > 1) ? myYres * myStride : 0;
     switch (myFormat)
     {
-    case IMB_INT8: IMBdetermineProcCaps(); readValues<IMB_INT8>(p, n, planeStep, out); break;
-    case IMB_INT16: IMBdetermineProcCaps(); readValues<IMB_INT16>(p, n, planeStep, out); break;
-    case IMB_INT32: IMBdetermineProcCaps(); readValues<IMB_INT32>(p, n, planeStep, out); break;
+    case IMB_INT8: ensureProcCaps(); readValues<IMB_INT8>(p, n, planeStep, out); break;
+    case IMB_INT16: ensureProcCaps(); readValues<IMB_INT16>(p, n, planeStep, out); break;
+    case IMB_INT32: ensureProcCaps(); readValues<IMB_INT32>(p, n, planeStep, out); break;
     case IMB_FLOAT16: readValues<IMB_FLOAT16>(p, n, planeStep, out); break;
     default: copyRawValues(out, p, n, 4, 4, planeStep ? planeStep : 4); break;
     }
@@ -247,9 +270,10 @@ void IMB_Raster::getPixelValue(int64 x, int64 y, float *out) const
 void IMB_Raster::setPixelValue(int64 x, int64 y, const float *in)
 {
     const int n = valueCount(myPacking);
-    char *p = static_cast<char *>(getPixel(x, y, 0));
-    if (!p || n == 0)
+    if (x < 0 || y < 0 || x >= myXres || y >= myYres || !myRaster || n == 0)
         return;
+    char *p = const_cast<char *>(
+        pixelAddress(static_cast<const char *>(getPixels()), myPacking, myFormat, myYres, myStride, x, y, 0));
     // Always consecutive components from component 0, whatever the packing:
     // on plane packings value i lands in plane 0 at pixel x + i, not in plane
     // i. Deliberate asymmetry with getPixelValue; callers rely on it.

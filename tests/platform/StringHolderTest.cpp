@@ -1,0 +1,105 @@
+// BAS_StringHolder: shared storage, comparison, hashing and thread-safe
+// copies.
+#include <IMB/platform/BAS_StringHolder.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <sstream>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+TEST(StringHolder, CopiesShareOneBlock)
+{
+    BAS_StringHolder a("ACEScg");
+    BAS_StringHolder b = a;
+    BAS_StringHolder c;
+    c = b;
+    EXPECT_EQ(a.c_str(), b.c_str());
+    EXPECT_EQ(a.c_str(), c.c_str());
+    BAS_StringHolder moved(std::move(c));
+    EXPECT_EQ(moved.c_str(), a.c_str());
+    EXPECT_TRUE(c.isEmpty());
+}
+
+TEST(StringHolder, EmptyAndUnsetAreEmptyButDistinguishable)
+{
+    BAS_StringHolder unset;
+    BAS_StringHolder empty("");
+    BAS_StringHolder fromNull(static_cast<const char *>(nullptr));
+    EXPECT_STREQ(unset.c_str(), "");
+    EXPECT_TRUE(unset.isEmpty());
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_FALSE(unset.isstring());
+    EXPECT_TRUE(empty.isstring());
+    EXPECT_FALSE(fromNull.isstring());
+    EXPECT_EQ(unset.nonNullOrNull(), nullptr);
+    EXPECT_EQ(unset, empty); // equal by content
+    EXPECT_FALSE(static_cast<bool>(empty));
+    BAS_StringHolder s("x");
+    s.clear();
+    EXPECT_TRUE(s.isEmpty());
+}
+
+TEST(StringHolder, ComparesByContentIncludingEmbeddedNuls)
+{
+    BAS_StringHolder a("abc"), b(std::string("abc")), c("abd");
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a.c_str(), b.c_str());
+    EXPECT_LT(a, c);
+    EXPECT_GT(c, a);
+    EXPECT_LE(a, b);
+    EXPECT_LT(a.compare(c), 0);
+    EXPECT_EQ(a.compare(b), 0);
+    EXPECT_TRUE(a == "abc");
+    EXPECT_TRUE(a != "ab");
+    EXPECT_TRUE(a.equal("abc"));
+    EXPECT_FALSE(a.equal(nullptr));
+    BAS_StringHolder nul1("a\0b", 3), nul2("a\0c", 3);
+    EXPECT_EQ(nul1.length(), 3u);
+    EXPECT_NE(nul1, nul2);
+    EXPECT_LT(BAS_StringHolder("ab"), BAS_StringHolder("abc"));
+}
+
+TEST(StringHolder, EqualStringsHashEquallyAndWorkAsKeys)
+{
+    BAS_StringHolder a("display"), b(std::string("display"));
+    EXPECT_EQ(a.hash(), b.hash());
+    EXPECT_NE(a.hash(), BAS_StringHolder("Display").hash());
+    EXPECT_EQ(BAS_StringHolder().hash(), BAS_StringHolder("").hash());
+    std::unordered_map<BAS_StringHolder, int> map;
+    map[a] = 1;
+    map[BAS_StringHolder("view")] = 2;
+    EXPECT_EQ(map.at(b), 1);
+    EXPECT_EQ(map.count(BAS_StringHolder("View")), 0u);
+}
+
+TEST(StringHolder, PrintsItsWholeText)
+{
+    std::ostringstream os;
+    os << BAS_StringHolder("a\0b", 3) << BAS_StringHolder();
+    EXPECT_EQ(os.str(), std::string("a\0b", 3));
+}
+
+TEST(StringHolder, CopiesFromManyThreadsKeepTheTextAlive)
+{
+    BAS_StringHolder shared("a colour space name that is long enough to be heap-allocated");
+    std::atomic<int> bad{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i)
+            {
+                BAS_StringHolder copy = shared;
+                BAS_StringHolder other;
+                other = copy;
+                if (other != shared || other.c_str() != shared.c_str())
+                    ++bad;
+            }
+        });
+    for (auto &th : threads)
+        th.join();
+    EXPECT_EQ(bad.load(), 0);
+    EXPECT_EQ(shared, "a colour space name that is long enough to be heap-allocated");
+}

@@ -1,0 +1,260 @@
+// imbtool lut: build, inspect, convert, invert, merge and apply lookup-table
+// files (".lut" text, ".blut" binary).
+#include "Command.h"
+#include "ImageIO.h"
+
+#include <IMB/IMB.h>
+#include <IMB/platform/CRV_Clip.h>
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <string>
+
+namespace
+{
+const char *typeName(int32 type)
+{
+    switch (type & ~IMB_LUT_LOG_SAMPLING)
+    {
+    case IMB_LUT_R: return "R";
+    case IMB_LUT_G: return "G";
+    case IMB_LUT_B: return "B";
+    case IMB_LUT_A: return "A";
+    case IMB_LUT_RGB: return "RGB";
+    case IMB_LUT_RGBA: return "RGBA";
+    case IMB_LUT_C: return "C";
+    case IMB_LUT_ALL: return "All";
+    case IMB_LUT_3D: return "3D";
+    case IMB_LUT_3D_1D: return "3D+1D";
+    default: return "(no standard type)";
+    }
+}
+
+const char *formatName(const IMB_Lookup &lut)
+{
+    IMB_DataFormat f;
+    if (!lut.hasSpecificFormat(f))
+        return "any";
+    switch (f)
+    {
+    case IMB_INT8: return "i8";
+    case IMB_INT16: return "i16";
+    case IMB_INT32: return "i32";
+    case IMB_FLOAT32: return "f32";
+    case IMB_FLOAT16: return "f16";
+    default: return "any";
+    }
+}
+
+void loadOrFail(IMB_Lookup &lut, const std::string &path, bool headerOnly = false)
+{
+    if (!lut.load(path.c_str(), headerOnly))
+        throw imbtool::Failure("cannot load lookup table \"" + path +
+                               "\" (a .lut or .blut file with a usable domain is needed)");
+}
+
+void saveOrFail(const IMB_Lookup &lut, const std::string &path, bool half)
+{
+    if (!lut.save(path.c_str(), half))
+        throw imbtool::Failure("cannot save lookup table \"" + path + "\"");
+}
+
+// One line describing a table.
+std::string summary(const IMB_Lookup &lut)
+{
+    std::string s = fmt::format("type {}", typeName(lut.getType()));
+    if (lut.getType() & 63)
+        s += fmt::format(", {} track(s) of {} samples", lut.getNumChannels(), lut.getTableSize());
+    if (lut.getType() & IMB_LUT_3D)
+        s += fmt::format(", cube edge {}", lut.get3DSize());
+    if (lut.getLogSampling())
+        s += ", log sampling";
+    return s;
+}
+
+// ------------------------------------------------------------ lut build
+struct BuildOptions
+{
+    std::string kind = "gamma";
+    double gamma = 2.2;
+    int size = 1024;
+    std::string dir = "encode";
+    std::string out;
+    bool half = false;
+};
+
+void runBuild(const BuildOptions &o)
+{
+    const IMB_Lookup::Dir dir = o.dir == "encode" ? IMB_Lookup::FORWARD : IMB_Lookup::INVERSE;
+    IMB_Lookup lut;
+    bool ok = false;
+    if (o.kind == "gamma")
+        ok = lut.buildGamma(o.gamma, dir, o.size);
+    else if (o.kind == "srgb")
+        ok = lut.buildSRGB(dir, o.size);
+    else
+        ok = lut.buildREC709(dir, o.size);
+    if (!ok)
+        throw imbtool::Failure(fmt::format("cannot build a {} table of size {}{}", o.kind, o.size,
+                                           o.kind == "gamma" ? fmt::format(" and gamma {}", o.gamma) : ""));
+    saveOrFail(lut, o.out, o.half);
+    fmt::print("built {} {} table: {}\nwrote {}\n", o.kind, o.dir, summary(lut), o.out);
+}
+
+// ------------------------------------------------------------ lut info
+void runInfo(const std::string &path)
+{
+    IMB_Lookup lut;
+    loadOrFail(lut, path, true);
+    float lo, hi;
+    fmt::print("file      {}\n", path);
+    fmt::print("type      {} ({})\n", typeName(lut.getType()), static_cast<int>(lut.getType()));
+    fmt::print("format    {}\n", formatName(lut));
+    if (lut.getType() & 63)
+        fmt::print("1D        {} track(s) of {} samples{}\n", lut.getNumChannels(), lut.getTableSize(),
+                   lut.isHalfPrec() ? " (half samples)" : "");
+    if (lut.getType() & IMB_LUT_3D)
+        fmt::print("cube      edge {}{}\n", lut.get3DSize(),
+                   (lut.getType() & 63) && path.size() > 5 && path.compare(path.size() - 5, 5, ".blut") == 0
+                       ? " (not read with the header of a binary pre-tabled cube)"
+                       : "");
+    lut.getDomain(lo, hi);
+    fmt::print("domain    {} .. {}\n", lo, hi);
+    lut.getRange(lo, hi);
+    fmt::print("range     {} .. {}\n", lo, hi);
+    fmt::print("points    black {} white {}\n", lut.getBlackPoint(), lut.getWhitePoint());
+    fmt::print("sampling  {}\n", lut.getLogSampling() ? "log" : "linear");
+    if (lut.getLogSampling())
+        fmt::print("log bias  {}\n", lut.getLogBias());
+}
+
+// ------------------------------------------------------------ lut convert
+void runConvert(const std::string &in, const std::string &out, bool half)
+{
+    IMB_Lookup lut;
+    loadOrFail(lut, in);
+    saveOrFail(lut, out, half);
+    fmt::print("read {}: {}\nwrote {}\n", in, summary(lut), out);
+}
+
+// ------------------------------------------------------------ lut invert
+void runInvert(const std::string &in, const std::string &out, int size, bool half)
+{
+    IMB_Lookup lut;
+    loadOrFail(lut, in);
+    if (lut.getNumChannels() == 0 || lut.getTableSize() < 2)
+        throw imbtool::Failure("\"" + in + "\" has no 1D table to invert");
+    lut.invert(size);
+    saveOrFail(lut, out, half);
+    float lo, hi;
+    lut.getDomain(lo, hi);
+    fmt::print("inverted {}: {}, new domain {} .. {}\nwrote {}\n", in, summary(lut), lo, hi, out);
+}
+
+// ------------------------------------------------------------ lut merge
+void runMerge(const std::string &a, const std::string &b, const std::string &out, bool half)
+{
+    IMB_Lookup first, second, merged;
+    loadOrFail(first, a);
+    loadOrFail(second, b);
+    merged.mergeLUTs(first, second);
+    saveOrFail(merged, out, half);
+    fmt::print("{} then {}: {}\nwrote {}\n", a, b, summary(merged), out);
+}
+
+// ------------------------------------------------------------ lut apply
+struct ApplyOptions
+{
+    std::string lut, in, out;
+    float gamma = 1.0f;
+    float black = 0.0f;
+    float white = 1.0f;
+    int channel = -1;
+};
+
+void runApply(const ApplyOptions &o)
+{
+    IMB_Lookup lut;
+    loadOrFail(lut, o.lut);
+    IMB_Raster raster;
+    imbtool::readImage(o.in, raster);
+    lut.applyLUT(raster, o.gamma, o.black, o.white, o.channel);
+    imbtool::writeImage(o.out, raster);
+    fmt::print("applied {} ({}) to {} ({} x {}, {})\nwrote {}\n", o.lut, summary(lut), o.in,
+               raster.getXres(), raster.getYres(), IMBdataFormat(raster.getFormat()), o.out);
+}
+
+void setupLut(CLI::App &app)
+{
+    CLI::App *lut = app.add_subcommand("lut", "Build, inspect, convert, invert, merge and apply lookup tables");
+    lut->require_subcommand(1);
+
+    auto build = std::make_shared<BuildOptions>();
+    CLI::App *b = lut->add_subcommand("build", "Build an analytic 1D table and save it (.lut text, .blut binary)");
+    b->add_option("--kind", build->kind, "Curve: gamma, srgb or rec709")
+        ->check(CLI::IsMember({"gamma", "srgb", "rec709"}))
+        ->capture_default_str();
+    b->add_option("--gamma", build->gamma, "Gamma of the gamma curve")->capture_default_str();
+    b->add_option("--size", build->size, "Samples in the table (at least 2)")->capture_default_str();
+    b->add_option("--dir", build->dir, "encode (forward) or decode (inverse)")
+        ->check(CLI::IsMember({"encode", "decode"}))
+        ->capture_default_str();
+    b->add_flag("--half", build->half, "Store half-precision samples (binary files)");
+    b->add_option("OUT", build->out, "Output file")->required();
+    b->callback([build]() { runBuild(*build); });
+
+    auto infoPath = std::make_shared<std::string>();
+    CLI::App *i = lut->add_subcommand("info", "Print the header of a table file (no samples are read)");
+    i->add_option("FILE", *infoPath, "Table file")->required();
+    i->callback([infoPath]() { runInfo(*infoPath); });
+
+    struct TwoFiles
+    {
+        std::string in, out;
+        bool half = false;
+        int size = 0;
+    };
+    auto conv = std::make_shared<TwoFiles>();
+    CLI::App *c = lut->add_subcommand("convert", "Read a table and write it in the form of the output's extension");
+    c->add_option("IN", conv->in, "Input table")->required();
+    c->add_option("OUT", conv->out, "Output table")->required();
+    c->add_flag("--half", conv->half, "Store half-precision samples (binary files)");
+    c->callback([conv]() { runConvert(conv->in, conv->out, conv->half); });
+
+    auto inv = std::make_shared<TwoFiles>();
+    CLI::App *v = lut->add_subcommand("invert", "Replace every 1D track by its inverse function");
+    v->add_option("IN", inv->in, "Input table")->required();
+    v->add_option("OUT", inv->out, "Output table")->required();
+    v->add_option("--size", inv->size, "Samples of the inverse (0 keeps the length)")->capture_default_str();
+    v->add_flag("--half", inv->half, "Store half-precision samples (binary files)");
+    v->callback([inv]() { runInvert(inv->in, inv->out, inv->size, inv->half); });
+
+    struct MergeFiles
+    {
+        std::string a, b, out;
+        bool half = false;
+    };
+    auto merge = std::make_shared<MergeFiles>();
+    CLI::App *m = lut->add_subcommand("merge", "Compose two tables: A followed by B");
+    m->add_option("A", merge->a, "First table")->required();
+    m->add_option("B", merge->b, "Second table")->required();
+    m->add_option("OUT", merge->out, "Output table")->required();
+    m->add_flag("--half", merge->half, "Store half-precision samples (binary files)");
+    m->callback([merge]() { runMerge(merge->a, merge->b, merge->out, merge->half); });
+
+    auto apply = std::make_shared<ApplyOptions>();
+    CLI::App *a = lut->add_subcommand("apply", "Apply a table to every pixel of an image file");
+    a->add_option("LUT", apply->lut, "Table file")->required();
+    a->add_option("IN", apply->in, "Input image")->required();
+    a->add_option("OUT", apply->out, "Output image")->required();
+    a->add_option("--gamma", apply->gamma, "Raise the table output to 1/gamma")->capture_default_str();
+    a->add_option("--black", apply->black, "Black point of integer images, 0-1")->capture_default_str();
+    a->add_option("--white", apply->white, "White point of integer images, 0-1")->capture_default_str();
+    a->add_option("--channel", apply->channel, "Only this channel (0-3), copied into the others; -1 for all")
+        ->capture_default_str();
+    a->callback([apply]() { runApply(*apply); });
+}
+} // namespace
+
+IMBTOOL_COMMAND("lut", setupLut);
