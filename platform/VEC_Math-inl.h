@@ -265,9 +265,8 @@ HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i
     }
 }
 
-// Writes a vector of fractions; false (nothing written) when a half lane
-// needs the scalar conversion.
-template <int K, class DF>
+// Writes a vector of fractions. MayBeNaN is false for integer sources.
+template <int K, bool MayBeNaN, class DF>
 HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int64 i, const VEC_Math::RowTerms &t)
 {
     if constexpr (K == 3)
@@ -275,6 +274,24 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
         hn::StoreU(x, df, static_cast<float *>(dst) + i);
         return true;
     }
+#if HWY_TARGET <= HWY_AVX2 && !defined(HWY_DISABLE_F16C)
+    else if constexpr (K == 4 && !MayBeNaN)
+    {
+        // The processor rounds to nearest even and is exact below the normal
+        // range and at overflow. The library rounds the ties of normal results
+        // up in magnitude: nudging such a tie up by one bit makes it round up,
+        // and no other value has 0x1000 as its low 13 bits at a rounding
+        // boundary. The processor's NaNs differ, so only sources without NaN
+        // come here.
+        const hn::RebindToSigned<DF> di;
+        const hn::Rebind<hwy::float16_t, DF> dh;
+        const auto bits = hn::BitCast(di, x);
+        const auto low = hn::And(bits, hn::Set(di, 0x1fff));
+        const auto nudged = hn::Or(bits, hn::IfThenElseZero(hn::Eq(low, hn::Set(di, 0x1000)), hn::Set(di, 1)));
+        hn::StoreU(hn::DemoteTo(dh, hn::BitCast(df, nudged)), dh, reinterpret_cast<hwy::float16_t *>(dst) + i);
+        return true;
+    }
+#endif
     else if constexpr (K == 4)
     {
         const hn::RebindToSigned<DF> di;
@@ -322,7 +339,7 @@ HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT ds
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
-        if (!storeFraction<To>(df, loadFraction<From, (To == 3 || To == 4)>(df, src, i, t), dst, i, t))
+        if (!storeFraction<To, (From == 3 || From == 4)>(df, loadFraction<From, (To == 3 || To == 4)>(df, src, i, t), dst, i, t))
             break;
     return i;
 }

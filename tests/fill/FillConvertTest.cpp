@@ -277,6 +277,26 @@ TEST(FillConvert, FullRange32BitValuesDivideExactlyOnTheWayToFloats)
     }
 }
 
+TEST(FillConvert, IntegerToHalfTiesRoundUpInMagnitude)
+{
+    // With black 0 and white 1 a 16-bit value v is the fraction v itself;
+    // above 2048 halves step by 2 or more, so odd values are exact ties. With
+    // black 65535 and white 65536 the fractions are v - 65535, the negative
+    // ties. Contiguous rows, so the vector rows decide them.
+    for (const Points pts : {Points{0, 1, 0, 255}, Points{65535, 65536, 0, 255}})
+    {
+        const int64 n = 65536;
+        Buffer src(IMB_INT16, n), dst(IMB_FLOAT16, n);
+        for (int64 i = 0; i < n; ++i)
+            src.set(i, static_cast<uint32>(i));
+        runFill(IMB_INT16, IMB_FLOAT16, false, true, pts, src, dst, n, 1, 1, 1);
+        for (int64 i = 0; i < n; ++i)
+            ASSERT_EQ(dst.get(i), convert(IMB_INT16, IMB_FLOAT16, false, true, static_cast<uint32>(i), pts)) << i;
+    }
+    EXPECT_EQ((convertOne<uint16, uint16>(IMB_INT16, IMB_FLOAT16, 2049, false, true, 0, 1)), halfOf(2050.0f));
+    EXPECT_EQ(halfValue(halfOf(2049.0f)), 2050.0f);
+}
+
 TEST(FillConvert, HalfToHalfKeepsEveryBitPattern)
 {
     Buffer src(IMB_FLOAT16, 65536), dst(IMB_FLOAT16, 65536);
