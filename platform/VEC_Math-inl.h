@@ -112,19 +112,38 @@ template <class DF, class DI> HWY_INLINE hn::Vec<DI> halfVector(DF df, DI di, hn
     return hn::Or(h, sign);
 }
 
+// Stores a vector of floats as halves, exactly as half16::fromFloat.
+template <bool MayBeNaN, class DF> HWY_INLINE void storeHalf(DF df, hn::Vec<DF> x, uint16 *HWY_RESTRICT dst)
+{
+    const hn::RebindToSigned<DF> di;
+#if HWY_TARGET <= HWY_AVX2 && !defined(HWY_DISABLE_F16C)
+    // The processor rounds to nearest even and is exact below the normal
+    // range and at overflow. The library rounds the ties of normal results up
+    // in magnitude: nudging such a tie up by one bit makes it round up, and no
+    // other value has 0x1000 as its low 13 bits at a rounding boundary. The
+    // processor's NaNs differ, so vectors holding a NaN take the bit path.
+    if (!MayBeNaN || hn::AllFalse(df, hn::IsNaN(x)))
+    {
+        const hn::Rebind<hwy::float16_t, DF> dh;
+        const auto bits = hn::BitCast(di, x);
+        const auto low = hn::And(bits, hn::Set(di, 0x1fff));
+        const auto nudged = hn::Or(bits, hn::IfThenElseZero(hn::Eq(low, hn::Set(di, 0x1000)), hn::Set(di, 1)));
+        hn::StoreU(hn::DemoteTo(dh, hn::BitCast(df, nudged)), dh, reinterpret_cast<hwy::float16_t *>(dst));
+        return;
+    }
+#endif
+    const hn::Rebind<uint16_t, DF> du;
+    hn::StoreU(hn::DemoteTo(du, halfVector(df, di, hn::BitCast(di, x))), du, dst);
+}
+
 // Float to half bit patterns, whole vectors; returns how many were done.
 HWY_NOINLINE int64 ToHalf(uint16 *HWY_RESTRICT dst, const float *HWY_RESTRICT src, int64 n)
 {
     const hn::ScalableTag<float> df;
-    const hn::RebindToSigned<decltype(df)> di;
-    const hn::Rebind<uint16_t, decltype(df)> dh;
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
-    {
-        const auto h = halfVector(df, di, hn::BitCast(di, hn::LoadU(df, src + i)));
-        hn::StoreU(hn::DemoteTo(dh, h), dh, dst + i);
-    }
+        storeHalf<true>(df, hn::LoadU(df, src + i), dst + i);
     return i;
 }
 
@@ -274,29 +293,9 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
         hn::StoreU(x, df, static_cast<float *>(dst) + i);
         return true;
     }
-#if HWY_TARGET <= HWY_AVX2 && !defined(HWY_DISABLE_F16C)
-    else if constexpr (K == 4 && !MayBeNaN)
-    {
-        // The processor rounds to nearest even and is exact below the normal
-        // range and at overflow. The library rounds the ties of normal results
-        // up in magnitude: nudging such a tie up by one bit makes it round up,
-        // and no other value has 0x1000 as its low 13 bits at a rounding
-        // boundary. The processor's NaNs differ, so only sources without NaN
-        // come here.
-        const hn::RebindToSigned<DF> di;
-        const hn::Rebind<hwy::float16_t, DF> dh;
-        const auto bits = hn::BitCast(di, x);
-        const auto low = hn::And(bits, hn::Set(di, 0x1fff));
-        const auto nudged = hn::Or(bits, hn::IfThenElseZero(hn::Eq(low, hn::Set(di, 0x1000)), hn::Set(di, 1)));
-        hn::StoreU(hn::DemoteTo(dh, hn::BitCast(df, nudged)), dh, reinterpret_cast<hwy::float16_t *>(dst) + i);
-        return true;
-    }
-#endif
     else if constexpr (K == 4)
     {
-        const hn::RebindToSigned<DF> di;
-        const hn::Rebind<uint16_t, DF> dh;
-        hn::StoreU(hn::DemoteTo(dh, halfVector(df, di, hn::BitCast(di, x))), dh, static_cast<uint16 *>(dst) + i);
+        storeHalf<MayBeNaN>(df, x, static_cast<uint16 *>(dst) + i);
         return true;
     }
     else if constexpr (K == 2)
