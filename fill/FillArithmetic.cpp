@@ -50,6 +50,9 @@ inline bool areaOf(const IMB_FillParms &p, Area &a)
 // component is set to 0 directly rather than written from a fraction.
 struct InvertOp
 {
+    static constexpr VEC_Math::ArithmeticOp vectorOp = VEC_Math::kInvert;
+    float vectorValue() const { return value; }
+    const float *vectorFactors() const { return nullptr; }
     float value;
     template <typename X> X operator()(X x, int64) const { return (X(1) - x) * X(value); }
     bool zeroes(int64) const { return false; }
@@ -57,6 +60,9 @@ struct InvertOp
 
 struct ScaleOp
 {
+    static constexpr VEC_Math::ArithmeticOp vectorOp = VEC_Math::kScale;
+    float vectorValue() const { return factor; }
+    const float *vectorFactors() const { return nullptr; }
     float factor;
     template <typename X> X operator()(X x, int64) const { return x * X(factor); }
     bool zeroes(int64) const { return false; }
@@ -64,6 +70,9 @@ struct ScaleOp
 
 struct PixelMultiplyOp
 {
+    static constexpr VEC_Math::ArithmeticOp vectorOp = VEC_Math::kPixelMultiply;
+    float vectorValue() const { return 0.0f; }
+    const float *vectorFactors() const { return factors; }
     const float *factors;
     template <typename X> X operator()(X x, int64 i) const { return x * X(factors[i]); }
     bool zeroes(int64) const { return false; }
@@ -72,6 +81,9 @@ struct PixelMultiplyOp
 // A per-pixel factor of 0 writes 0 for that pixel, never a division by zero.
 struct PixelDivideOp
 {
+    static constexpr VEC_Math::ArithmeticOp vectorOp = VEC_Math::kPixelDivide;
+    float vectorValue() const { return 0.0f; }
+    const float *vectorFactors() const { return factors; }
     const float *factors;
     template <typename X> X operator()(X x, int64 i) const
     {
@@ -91,35 +103,31 @@ template <IMB_DataFormat D, bool DF, typename Op> void applyOp(const IMB_FillPar
     T *dst = static_cast<T *>(p.myDest);
     const int64 n = a.width * a.height;
 
-    // Contiguous components: whole chunks through floats and the vector
-    // routines, which give the same results as the loop below.
-    if constexpr (hasFloatStage<D>)
+    // Contiguous 8-bit, 16-bit and half components: whole vectors through
+    // VEC_Math, which gives the same results as the loop below; it finishes
+    // the tail.
+    int64 done = 0;
+    if constexpr (D == IMB_INT8 || D == IMB_INT16 || D == IMB_FLOAT16)
     {
-        bool staged = a.inc == 1;
-        if constexpr (Format<D>::isInteger && !DF)
-            staged = staged && c.read.black() <= Format<D>::white;
-        if (staged)
+        if (a.inc == 1)
         {
-            float x[kStageChunk];
-            for (int64 i = 0; i < n; i += kStageChunk)
+            VEC_Math::RowTerms t;
+            if constexpr (D != IMB_FLOAT16)
             {
-                const int64 m = std::min(n - i, kStageChunk);
-                T *d = dst + i;
-                float *xs = x;
-                if constexpr (D == IMB_FLOAT32)
-                    xs = d;
-                else
-                    stageIn(c.read, d, xs, m);
-                for (int64 k = 0; k < m; ++k)
-                    xs[k] = op(xs[k], i + k);
-                if constexpr (D != IMB_FLOAT32)
-                    stageOut(c.write, xs, d, m);
-                for (int64 k = 0; k < m; ++k)
-                    if (op.zeroes(i + k))
-                        d[k] = T(0);
+                t.readScale = c.read.scale();
+                t.readBlack = static_cast<int32>(c.read.black());
+                t.writeScale = c.write.scale();
+                t.writeBlack = c.write.black();
+                t.writeMax = c.write.white();
             }
-            return;
+            done = VEC_Math::arithmeticRow(kindOf<D>, Op::vectorOp, dst, t, op.vectorValue(), op.vectorFactors(), n);
         }
+    }
+    if (done > 0)
+    {
+        for (int64 i = done; i < n; ++i)
+            dst[i] = op.zeroes(i) ? T(0) : writeAs(c.write, op(c.read(dst[i]), i));
+        return;
     }
 
     for (int64 y = 0; y < a.height; ++y)

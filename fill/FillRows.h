@@ -1,8 +1,7 @@
 // Row functions of the fill engine: apply one per-component rule along a row.
 // Strided rows run the rule component by component; contiguous rows take the
 // fast forms (block copies and the VEC_Math vector rows), which give exactly
-// the rule's results. The arithmetic stages contiguous components through a
-// small float buffer with the same vector routines.
+// the rule's results.
 #pragma once
 
 #include "fill/FillRules.h"
@@ -12,53 +11,12 @@
 
 namespace imb_detail
 {
-// Components per float staging buffer: small enough to stay in the first
-// level cache, large enough to hide the per-call overhead.
-constexpr int64 kStageChunk = 1024;
-
 template <typename Rule, typename S, typename D>
 void ruleLoop(const Rule &rule, const S *__restrict s, D *__restrict d, int64 n)
 {
     for (int64 i = 0; i < n; ++i)
         d[i] = rule(s[i]);
 }
-
-// The fraction of n contiguous source components, as floats, through the
-// vector routines. False when the rule has no such form (a black point that
-// does not fit the source's width).
-template <IMB_DataFormat S, bool SF> bool stageIn(const Normalise<S, SF> &read, const ComponentOf<S> *s, float *x, int64 n)
-{
-    if constexpr (S == IMB_FLOAT32)
-    {
-        std::memcpy(x, s, static_cast<size_t>(n) * sizeof(float));
-        return true;
-    }
-    else if constexpr (S == IMB_FLOAT16)
-    {
-        VEC_Math::fromHalf(x, s, n);
-        return true;
-    }
-    else
-    {
-        if (read.black() > Format<S>::white)
-            return false;
-        VEC_Math::iwpoint(x, s, read.scale(), static_cast<ComponentOf<S>>(read.black()), n);
-        return true;
-    }
-}
-
-template <IMB_DataFormat D, bool DF> void stageOut(const Write<D, DF> &write, const float *x, ComponentOf<D> *d, int64 n)
-{
-    if constexpr (D == IMB_FLOAT32)
-        std::memcpy(d, x, static_cast<size_t>(n) * sizeof(float));
-    else if constexpr (D == IMB_FLOAT16)
-        VEC_Math::toHalf(d, x, n);
-    else
-        VEC_Math::wpoint(d, x, write.scale(), write.white(), write.black(), n);
-}
-
-template <IMB_DataFormat F> constexpr bool hasFloatStage =
-    F == IMB_INT8 || F == IMB_INT16 || F == IMB_FLOAT32 || F == IMB_FLOAT16;
 
 template <IMB_DataFormat F> constexpr VEC_Math::Kind kindOf =
     F == IMB_INT8    ? VEC_Math::kU8
@@ -115,6 +73,25 @@ void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, 
     else if constexpr (S == IMB_INT32 && D == IMB_INT32)
     {
         ruleLoop(rule, s, d, n);
+    }
+    else if constexpr (S == IMB_FLOAT32 && (D == IMB_INT8 || D == IMB_INT16))
+    {
+        VEC_Math::wpoint(d, s, rule.write.scale(), rule.write.white(), rule.write.black(), n);
+    }
+    else if constexpr ((S == IMB_INT8 || S == IMB_INT16) && D == IMB_FLOAT32)
+    {
+        if (rule.read.black() <= Format<S>::white)
+            VEC_Math::iwpoint(d, s, rule.read.scale(), static_cast<ComponentOf<S>>(rule.read.black()), n);
+        else
+            ruleLoop(rule, s, d, n);
+    }
+    else if constexpr (S == IMB_FLOAT32 && D == IMB_FLOAT16)
+    {
+        VEC_Math::toHalf(d, s, n);
+    }
+    else if constexpr (S == IMB_FLOAT16 && D == IMB_FLOAT32)
+    {
+        VEC_Math::fromHalf(d, s, n);
     }
     else
     {

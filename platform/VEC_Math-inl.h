@@ -400,6 +400,57 @@ HWY_NOINLINE int64 BitsRow_2_1(const void *src, void *dst, int64 n)
     return bitsRowT<2, 1>(src, dst, n);
 }
 
+template <int K, int Op>
+HWY_INLINE int64 arithmeticRowT(void *HWY_RESTRICT data, const VEC_Math::RowTerms &t, float value,
+                                const float *HWY_RESTRICT factors, int64 n)
+{
+    const hn::ScalableTag<float> df;
+    const int64 lanes = static_cast<int64>(hn::Lanes(df));
+    int64 i = 0;
+    for (; i + lanes <= n; i += lanes)
+    {
+        const auto x = loadFraction<K, true>(df, data, i, t);
+        hn::Vec<decltype(df)> y;
+        if constexpr (Op == 0)
+            y = hn::Mul(hn::Sub(hn::Set(df, 1.0f), x), hn::Set(df, value));
+        else if constexpr (Op == 1)
+            y = hn::Mul(x, hn::Set(df, value));
+        else if constexpr (Op == 2)
+            y = hn::Mul(x, hn::LoadU(df, factors + i));
+        else
+            y = hn::Div(x, hn::LoadU(df, factors + i));
+        storeFraction<K, true>(df, y, data, i, t);
+        if constexpr (Op == 3)
+        {
+            const auto zero = hn::Eq(hn::LoadU(df, factors + i), hn::Zero(df));
+            if (!hn::AllFalse(df, zero))
+                for (int64 k = 0; k < lanes; ++k)
+                    if (factors[i + k] == 0.0f)
+                    {
+                        if constexpr (K == 0)
+                            static_cast<uint8 *>(data)[i + k] = 0;
+                        else
+                            static_cast<uint16 *>(data)[i + k] = 0;
+                    }
+        }
+    }
+    return i;
+}
+
+#define IMB_VEC_ARITHMETIC(K, OP)                                                                                 \
+    HWY_NOINLINE int64 Arithmetic_##K##_##OP(void *data, const VEC_Math::RowTerms &t, float value,                 \
+                                             const float *factors, int64 n)                                        \
+    {                                                                                                              \
+        return arithmeticRowT<K, OP>(data, t, value, factors, n);                                                  \
+    }
+#define IMB_VEC_ARITHMETIC_KIND(K)                                                                                 \
+    IMB_VEC_ARITHMETIC(K, 0) IMB_VEC_ARITHMETIC(K, 1) IMB_VEC_ARITHMETIC(K, 2) IMB_VEC_ARITHMETIC(K, 3)
+IMB_VEC_ARITHMETIC_KIND(0)
+IMB_VEC_ARITHMETIC_KIND(1)
+IMB_VEC_ARITHMETIC_KIND(4)
+#undef IMB_VEC_ARITHMETIC_KIND
+#undef IMB_VEC_ARITHMETIC
+
 #define IMB_VEC_ROW(F, T)                                                                                          \
     HWY_NOINLINE int64 ConvertRow_##F##_##T(const void *src, void *dst, const VEC_Math::RowTerms &t, int64 n)       \
     {                                                                                                              \

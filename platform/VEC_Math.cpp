@@ -27,6 +27,16 @@ HWY_EXPORT(IWPoint16);
 HWY_EXPORT(ToHalf);
 HWY_EXPORT(FromHalf);
 
+#define IMB_EXPORT_ARITHMETIC(K)                                                                                   \
+    HWY_EXPORT(Arithmetic_##K##_0);                                                                                \
+    HWY_EXPORT(Arithmetic_##K##_1);                                                                                \
+    HWY_EXPORT(Arithmetic_##K##_2);                                                                                \
+    HWY_EXPORT(Arithmetic_##K##_3);
+IMB_EXPORT_ARITHMETIC(0)
+IMB_EXPORT_ARITHMETIC(1)
+IMB_EXPORT_ARITHMETIC(4)
+#undef IMB_EXPORT_ARITHMETIC
+
 HWY_EXPORT(BitsRow_0_1);
 HWY_EXPORT(BitsRow_0_2);
 HWY_EXPORT(BitsRow_1_0);
@@ -113,6 +123,26 @@ int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms 
     }
 #undef IMB_ROW_CASES_FROM
 #undef IMB_ROW_CASE
+}
+
+int64 arithmeticRow(Kind kind, ArithmeticOp op, void *data, const RowTerms &terms, float value, const float *factors,
+                    int64 n)
+{
+#define IMB_ARITHMETIC_CASE(K, OP)                                                                                 \
+    case (K) * 4 + (OP):                                                                                           \
+        return HWY_DYNAMIC_DISPATCH(imb_detail::Arithmetic_##K##_##OP)(data, terms, value, factors, n);
+#define IMB_ARITHMETIC_CASES(K)                                                                                    \
+    IMB_ARITHMETIC_CASE(K, 0) IMB_ARITHMETIC_CASE(K, 1) IMB_ARITHMETIC_CASE(K, 2) IMB_ARITHMETIC_CASE(K, 3)
+    switch (static_cast<int>(kind) * 4 + static_cast<int>(op))
+    {
+        IMB_ARITHMETIC_CASES(0)
+        IMB_ARITHMETIC_CASES(1)
+        IMB_ARITHMETIC_CASES(4)
+    default:
+        return 0;
+    }
+#undef IMB_ARITHMETIC_CASES
+#undef IMB_ARITHMETIC_CASE
 }
 
 int64 bitsRow(Kind from, Kind to, const void *src, void *dst, int64 n)

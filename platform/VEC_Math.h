@@ -66,6 +66,25 @@ struct RowTerms
 // u32 to u32 (0 is returned for it).
 int64 convertRow(Kind from, Kind to, const void *src, void *dst, const RowTerms &terms, int64 n);
 
+// In-place arithmetic on fractions: each component is read as a fraction x
+// (the read terms), turned into y and written back (the write terms):
+//   kInvert:        y = (1 - x) * value
+//   kScale:         y = x * value
+//   kPixelMultiply: y = x * factors[i]
+//   kPixelDivide:   y = x / factors[i]; a factor of 0 stores 0 itself.
+enum ArithmeticOp : int
+{
+    kInvert = 0,
+    kScale = 1,
+    kPixelMultiply = 2,
+    kPixelDivide = 3,
+};
+
+// Whole vectors of a contiguous run of u8, u16 or f16 components (any other
+// kind does nothing); returns how many were done.
+int64 arithmeticRow(Kind kind, ArithmeticOp op, void *data, const RowTerms &terms, float value, const float *factors,
+                    int64 n);
+
 // Full-range integer to integer without floats, whole vectors; returns how
 // many components were done (all but a tail shorter than a vector).
 // Widening replicates the bits (u8 to u16: v * 257, u8 to u32: v *
