@@ -41,8 +41,9 @@ HWY_INLINE int64 wpointVectors(T *HWY_RESTRICT dst, const float *HWY_RESTRICT sr
     for (; i + lanes <= n; i += lanes)
     {
         const auto x = hn::LoadU(df, src + i);
-        auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(x, vScale), vBlack), vHalf));
-        // NaN compares false, so it becomes 0 like a negative value.
+        auto y = hn::Add(hn::Add(hn::Mul(x, vScale), vBlack), vHalf);
+        // NaN compares false, so it becomes 0 like a negative value. What is
+        // left is positive, where the truncating conversion is the floor.
         y = hn::IfThenElseZero(hn::Gt(y, zero), y);
         y = hn::Min(y, vMax);
         hn::StoreU(hn::DemoteTo(dt, hn::ConvertTo(di, y)), dt, dst + i);
@@ -316,8 +317,9 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
         using T = std::conditional_t<K == 0, uint8_t, uint16_t>;
         const hn::Rebind<T, DF> dt;
         const hn::Rebind<int32_t, DF> di;
-        auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(x, hn::Set(df, t.writeScale)), hn::Set(df, t.writeBlack)),
-                                   hn::Set(df, 0.5f)));
+        auto y = hn::Add(hn::Add(hn::Mul(x, hn::Set(df, t.writeScale)), hn::Set(df, t.writeBlack)), hn::Set(df, 0.5f));
+        // NaN and values below 0 give 0; on what is left (positive) the
+        // truncating conversion is the floor.
         y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(df)), y);
         y = hn::Min(y, hn::Set(df, t.writeMax));
         hn::StoreU(hn::DemoteTo(dt, hn::ConvertTo(di, y)), dt, static_cast<T *>(dst) + i);
