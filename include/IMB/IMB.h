@@ -4,6 +4,7 @@
 #pragma once
 
 #include <IMB/IMB_API.h>
+#include <IMB/IMB_Fill.h>
 #include <IMB/IMB_Formats.h>
 #include <IMB/IMB_Raster.h>
 #include <IMB/IMB_Lookup.h>

@@ -1,0 +1,151 @@
+// Row functions of the fill engine: apply one per-component rule along a row.
+// Strided rows run the rule component by component; contiguous rows take the
+// fast forms (block copies and the VEC_Math vector rows), which give exactly
+// the rule's results.
+#pragma once
+
+#include "fill/FillRules.h"
+#include "platform/VEC_Math.h"
+
+#include <cstring>
+
+namespace imb_detail
+{
+template <typename Rule, typename S, typename D>
+void ruleLoop(const Rule &rule, const S *__restrict s, D *__restrict d, int64 n)
+{
+    for (int64 i = 0; i < n; ++i)
+        d[i] = rule(s[i]);
+}
+
+template <IMB_DataFormat F> constexpr VEC_Math::Kind kindOf =
+    F == IMB_INT8    ? VEC_Math::kU8
+    : F == IMB_INT16 ? VEC_Math::kU16
+    : F == IMB_INT32 ? VEC_Math::kU32
+    : F == IMB_FLOAT32 ? VEC_Math::kF32
+                       : VEC_Math::kF16;
+
+// The terms of a conversion rule for the fused vector rows.
+template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
+VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
+{
+    VEC_Math::RowTerms t;
+    if constexpr (S == IMB_INT8 || S == IMB_INT16)
+    {
+        t.readScale = rule.read.scale();
+        t.readBlack = static_cast<int32>(rule.read.black());
+    }
+    else if constexpr (S == IMB_INT32 && SF)
+    {
+        t.readDivide = true;
+    }
+    else if constexpr (S == IMB_INT32)
+    {
+        t.readBlack = static_cast<int32>(rule.read.myBlack);
+        t.readScale64 = rule.read.myScale;
+    }
+    if constexpr (D == IMB_INT8 || D == IMB_INT16)
+    {
+        t.writeScale = rule.write.scale();
+        t.writeBlack = rule.write.black();
+        t.writeMax = rule.write.white();
+    }
+    else if constexpr (D == IMB_INT32)
+    {
+        t.writeRange64 = rule.write.myRange;
+        t.writeBlack64 = rule.write.myBlack;
+    }
+    return t;
+}
+
+// A contiguous row of a conversion through fractions: whole vectors in one
+// pass through VEC_Math, the tail by the rule itself.
+template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
+void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, ComponentOf<D> *d, int64 n)
+{
+    if constexpr (S == D && !Format<S>::isInteger)
+    {
+        // float to float is the value itself, and half to float to half gives
+        // back every bit pattern (NaN payloads included).
+        if (s != d)
+            std::memmove(d, s, static_cast<size_t>(n) * sizeof(ComponentOf<S>));
+    }
+    else if constexpr (S == IMB_INT32 && D == IMB_INT32)
+    {
+        ruleLoop(rule, s, d, n);
+    }
+    else if constexpr (S == IMB_FLOAT32 && (D == IMB_INT8 || D == IMB_INT16))
+    {
+        VEC_Math::wpoint(d, s, rule.write.scale(), rule.write.white(), rule.write.black(), n);
+    }
+    else if constexpr ((S == IMB_INT8 || S == IMB_INT16) && D == IMB_FLOAT32)
+    {
+        if (rule.read.black() <= Format<S>::white)
+            VEC_Math::iwpoint(d, s, rule.read.scale(), static_cast<ComponentOf<S>>(rule.read.black()), n);
+        else
+            ruleLoop(rule, s, d, n);
+    }
+    else if constexpr (S == IMB_FLOAT32 && D == IMB_FLOAT16)
+    {
+        VEC_Math::toHalf(d, s, n);
+    }
+    else if constexpr (S == IMB_FLOAT16 && D == IMB_FLOAT32)
+    {
+        VEC_Math::fromHalf(d, s, n);
+    }
+    else
+    {
+        const int64 done = VEC_Math::convertRow(kindOf<S>, kindOf<D>, s, d, termsOf(rule), n);
+        ruleLoop(rule, s + done, d + done, n - done);
+    }
+}
+
+template <typename R> struct isThrough : std::false_type
+{
+};
+template <IMB_DataFormat A, bool AF, IMB_DataFormat B, bool BF>
+struct isThrough<ThroughRule<A, AF, B, BF>> : std::true_type
+{
+};
+
+template <typename R> struct isBits : std::false_type
+{
+};
+template <IMB_DataFormat A, IMB_DataFormat B> struct isBits<BitsRule<A, B>> : std::true_type
+{
+    static constexpr IMB_DataFormat from = A;
+    static constexpr IMB_DataFormat to = B;
+};
+
+template <typename Rule, typename S, typename D> struct RowConverter
+{
+    Rule rule;
+
+    void operator()(const S *s, int64 sInc, D *d, int64 dInc, int64 n) const
+    {
+        if (sInc == 1 && dInc == 1)
+            contiguous(s, d, n);
+        else
+            for (int64 i = 0; i < n; ++i)
+                d[i * dInc] = rule(s[i * sInc]);
+    }
+
+    void contiguous(const S *s, D *d, int64 n) const
+    {
+        if constexpr (std::is_same_v<Rule, CopyRule<S>>)
+        {
+            if (s != d)
+                std::memmove(d, s, static_cast<size_t>(n) * sizeof(S));
+        }
+        else if constexpr (isThrough<Rule>::value)
+            throughRow(rule, s, d, n);
+        else if constexpr (isBits<Rule>::value)
+        {
+            const int64 done = VEC_Math::bitsRow(kindOf<isBits<Rule>::from>, kindOf<isBits<Rule>::to>, s, d, n);
+            ruleLoop(rule, s + done, d + done, n - done);
+        }
+        else
+            ruleLoop(rule, s, d, n);
+    }
+};
+} // namespace imb_detail

@@ -1,0 +1,329 @@
+// IMB_Fill::fill conversions: every (source, destination, source fast,
+// destination fast) combination against the scalar reference, on contiguous
+// rows (the vector paths) and strided rows (the general path), and the
+// documented values.
+#include "fill/FillReference.h"
+
+#include <IMB/IMB_Fill.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <tuple>
+
+using namespace fillref;
+
+namespace
+{
+const char *formatName(IMB_DataFormat f)
+{
+    static const char *names[] = {"Int8", "Int16", "Int32", "Float32", "Float16"};
+    return names[f];
+}
+
+// Inputs that probe boundaries, halves, black/white points and specials of a
+// source format, plus random values.
+std::vector<uint32> probeValues(IMB_DataFormat f)
+{
+    std::vector<uint32> v;
+    std::mt19937 rng(1234 + f);
+    switch (f)
+    {
+    case IMB_INT8:
+        for (uint32 i = 0; i < 256; ++i)
+            v.push_back(i);
+        break;
+    case IMB_INT16:
+        for (uint32 x : {0u, 1u, 2u, 15u, 16u, 127u, 128u, 129u, 255u, 256u, 4095u, 4096u, 4097u, 0x7fffu, 0x8000u,
+                         0x807fu, 0x8080u, 0x80ffu, 0xff00u, 0xff7fu, 0xff80u, 0xfffeu, 0xffffu, 60159u, 60160u,
+                         60161u, 999u, 1000u, 1001u})
+            v.push_back(x);
+        for (int i = 0; i < 3000; ++i)
+            v.push_back(rng() & 0xffffu);
+        break;
+    case IMB_INT32:
+        for (uint32 x : {0u, 1u, 999u, 1000u, 1001u, 0x7fffu, 0x8000u, 0x7fffffu, 0x800000u, 0x01000000u, 0x7fffffffu,
+                         0x80000000u, 0xff7fffffu, 0xff800000u, 0xffff7fffu, 0xffff8000u, 0xfffffffeu, 0xffffffffu,
+                         3999999999u, 4000000000u, 4000000001u})
+            v.push_back(x);
+        for (int i = 0; i < 3000; ++i)
+            v.push_back(static_cast<uint32>(rng()));
+        break;
+    case IMB_FLOAT32:
+    {
+        const float inf = std::numeric_limits<float>::infinity();
+        for (float x : {0.0f, -0.0f, 0.5f, -0.1f, 1.7f, 1.0f, 0.25f, 1e-8f, -1e-8f, 3e-5f, 6.1e-5f, 6.2e-5f, 65504.0f,
+                        65519.0f, 65520.0f, 70000.0f, 1e30f, -1e30f, 1e-40f, inf, -inf,
+                        std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(),
+                        std::numeric_limits<float>::signaling_NaN()})
+            v.push_back(bitsOf(x));
+        // Values whose scaled result is exactly a half, and their neighbours.
+        for (int k = 0; k < 256; k += 5)
+        {
+            const float h = (static_cast<float>(k) + 0.5f) / 255.0f;
+            v.push_back(bitsOf(h));
+            v.push_back(bitsOf(std::nextafter(h, 0.0f)));
+            v.push_back(bitsOf(std::nextafter(h, 1.0f)));
+            v.push_back(bitsOf((static_cast<float>(k * 257) + 0.5f) / 65535.0f));
+        }
+        // Floats that sit exactly half-way between two halves.
+        for (uint32 b = 0x3c000000u; b < 0x3f800000u; b += 0x00123456u)
+            v.push_back((b & ~0x1fffu) | 0x1000u);
+        std::uniform_real_distribution<float> wide(-0.5f, 1.5f);
+        for (int i = 0; i < 3000; ++i)
+            v.push_back(bitsOf(wide(rng)));
+        break;
+    }
+    default:
+        for (uint32 h = 0; h < 65536; ++h)
+            v.push_back(h);
+        break;
+    }
+    return v;
+}
+
+// Black/white settings, stored regardless of the fast flags (which the test
+// sets directly), so fast kernels see non-default stored points too.
+std::vector<Points> pointSets()
+{
+    return {
+        {0, 255, 0, 255},             // the defaults
+        {16, 235, 16, 235},           // equal custom points: the identity copy
+        {16, 235, 4096, 60160},       // video range to a 16-bit custom range
+        {4096, 60160, 0, 0xFFFFFFFFu}, // to the full 32-bit range
+        {1000, 4000000000u, 64, 940}, // a 32-bit custom source
+        {200, 100, 7, 7},             // inverted source range, empty destination range
+        {300, 255, 0, 1023},          // black beyond the 8-bit width
+        {0, 0, 255, 0},               // equal source points: factor 1
+    };
+}
+
+using Combination = std::tuple<IMB_DataFormat, IMB_DataFormat, bool, bool>;
+
+class FillConvertEveryCombination : public ::testing::TestWithParam<Combination>
+{
+};
+
+void runFill(IMB_DataFormat s, IMB_DataFormat d, bool sf, bool df, const Points &pts, Buffer &src, Buffer &dst,
+             int64 width, int64 height, int64 sInc, int64 dInc)
+{
+    IMB_FillParms p;
+    p.mySource = src.data();
+    p.myDest = dst.data();
+    p.mySourceType = s;
+    p.myDestType = d;
+    p.mySourceFast = sf;
+    p.myDestFast = df;
+    p.mySourceBlack = pts.sb;
+    p.mySourceWhite = pts.sw;
+    p.myDestBlack = pts.db;
+    p.myDestWhite = pts.dw;
+    p.mySourceXInc = sInc;
+    p.myDestXInc = dInc;
+    p.setSourceArea(0, 0, width - 1, height - 1);
+    p.setDestArea(0, 0, width - 1, height - 1);
+    IMB_Fill::fill(p);
+}
+
+TEST_P(FillConvertEveryCombination, MatchesTheScalarRulesOnContiguousAndStridedRows)
+{
+    const auto [s, d, sf, df] = GetParam();
+    const std::vector<uint32> values = probeValues(s);
+    const int64 n = static_cast<int64>(values.size());
+    for (const Points &pts : pointSets())
+    {
+        // Contiguous: one row of every value (vector paths); strided: three
+        // components per source pixel, two per destination pixel (general
+        // path), over several rows.
+        Buffer src(s, static_cast<size_t>(n)), dst(d, static_cast<size_t>(n));
+        for (int64 i = 0; i < n; ++i)
+            src.set(i, values[i]);
+        runFill(s, d, sf, df, pts, src, dst, n, 1, 1, 1);
+
+        const int64 rows = 4, width = (n + rows - 1) / rows;
+        Buffer srcS(s, static_cast<size_t>(width * rows * 3)), dstS(d, static_cast<size_t>(width * rows * 2));
+        for (int64 i = 0; i < width * rows; ++i)
+            srcS.set(i * 3, values[i % n]);
+        runFill(s, d, sf, df, pts, srcS, dstS, width, rows, 3, 2);
+
+        for (int64 i = 0; i < n; ++i)
+        {
+            const uint32 want = convert(s, d, sf, df, values[i], pts);
+            ASSERT_EQ(dst.get(i), want) << "contiguous, value " << values[i] << " points " << pts.sb << "/"
+                                        << pts.sw << " -> " << pts.db << "/" << pts.dw;
+            ASSERT_EQ(dstS.get(i * 2), want) << "strided, value " << values[i] << " points " << pts.sb << "/"
+                                             << pts.sw << " -> " << pts.db << "/" << pts.dw;
+            // The component between two strided pixels is not written.
+            ASSERT_EQ(dstS.get(i * 2 + 1), Buffer(d, 1).get(0));
+        }
+    }
+}
+
+std::string combinationName(const ::testing::TestParamInfo<Combination> &info)
+{
+    const auto [s, d, sf, df] = info.param;
+    return std::string(formatName(s)) + (sf ? "Fast" : "Custom") + "To" + formatName(d) + (df ? "Fast" : "Custom");
+}
+
+INSTANTIATE_TEST_SUITE_P(AllFormats, FillConvertEveryCombination,
+                         ::testing::Combine(::testing::Values(IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16),
+                                            ::testing::Values(IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16),
+                                            ::testing::Bool(), ::testing::Bool()),
+                         combinationName);
+
+// One component through fill, everything else at the defaults.
+template <typename S, typename D>
+D convertOne(IMB_DataFormat s, IMB_DataFormat d, S v, bool sf = true, bool df = true, uint32 sb = 0,
+             uint32 sw = 255, uint32 db = 0, uint32 dw = 255)
+{
+    IMB_FillParms p;
+    D out{};
+    p.mySource = &v;
+    p.myDest = &out;
+    p.mySourceType = s;
+    p.myDestType = d;
+    p.mySourceFast = sf;
+    p.myDestFast = df;
+    p.mySourceBlack = sb;
+    p.mySourceWhite = sw;
+    p.myDestBlack = db;
+    p.myDestWhite = dw;
+    p.setSourceArea(0, 0, 0, 0);
+    p.setDestArea(0, 0, 0, 0);
+    IMB_Fill::fill(p);
+    return out;
+}
+
+TEST(FillConvert, WideningReplicatesTheBits)
+{
+    EXPECT_EQ((convertOne<uint8, uint16>(IMB_INT8, IMB_INT16, 0xFF)), 0xFFFF);
+    EXPECT_EQ((convertOne<uint8, uint16>(IMB_INT8, IMB_INT16, 0x12)), 0x1212);
+    EXPECT_EQ((convertOne<uint8, uint32>(IMB_INT8, IMB_INT32, 0xAB)), 0xABABABABu);
+}
+
+TEST(FillConvert, NarrowingRoundsOnTheHighestDroppedBitWithoutOverflow)
+{
+    EXPECT_EQ((convertOne<uint16, uint8>(IMB_INT16, IMB_INT8, 0x80FF)), 0x81);
+    EXPECT_EQ((convertOne<uint16, uint8>(IMB_INT16, IMB_INT8, 0x807F)), 0x80);
+    EXPECT_EQ((convertOne<uint16, uint8>(IMB_INT16, IMB_INT8, 0xFF80)), 0xFF);
+    EXPECT_EQ((convertOne<uint32, uint8>(IMB_INT32, IMB_INT8, 0x12800000u)), 0x13);
+    EXPECT_EQ((convertOne<uint32, uint8>(IMB_INT32, IMB_INT8, 0xFFFFFFFFu)), 0xFF);
+    EXPECT_EQ((convertOne<uint32, uint16>(IMB_INT32, IMB_INT16, 0x12347FFFu)), 0x1234);
+    EXPECT_EQ((convertOne<uint32, uint16>(IMB_INT32, IMB_INT16, 0xFFFF8000u)), 0xFFFF);
+}
+
+TEST(FillConvert, FloatToInt8RoundsHalvesUpAndClamps)
+{
+    EXPECT_EQ((convertOne<float, uint8>(IMB_FLOAT32, IMB_INT8, 0.5f)), 128);
+    EXPECT_EQ((convertOne<float, uint8>(IMB_FLOAT32, IMB_INT8, -0.1f)), 0);
+    EXPECT_EQ((convertOne<float, uint8>(IMB_FLOAT32, IMB_INT8, 1.7f)), 255);
+    EXPECT_EQ((convertOne<float, uint8>(IMB_FLOAT32, IMB_INT8, std::nanf(""))), 0);
+    EXPECT_EQ((convertOne<float, uint16>(IMB_FLOAT32, IMB_INT16, 0.5f)), 32768);
+}
+
+TEST(FillConvert, CustomSourceBelowBlackClampsToZero)
+{
+    EXPECT_EQ((convertOne<uint8, uint8>(IMB_INT8, IMB_INT8, 10, false, true, 16, 235)), 0);
+    EXPECT_EQ((convertOne<uint8, uint8>(IMB_INT8, IMB_INT8, 235, false, true, 16, 235)), 255);
+}
+
+TEST(FillConvert, FloatToFastInt32UsesTheStoredDestinationRange)
+{
+    EXPECT_EQ((convertOne<float, uint32>(IMB_FLOAT32, IMB_INT32, 1.0f)), 255u);
+    EXPECT_EQ((convertOne<float, uint32>(IMB_FLOAT32, IMB_INT32, 0.5f)), 128u);
+    EXPECT_EQ((convertOne<float, uint32>(IMB_FLOAT32, IMB_INT32, 1.0f, true, true, 0, 255, 0, 0xFFFFFFFFu)),
+              0xFFFFFFFFu);
+    EXPECT_EQ((convertOne<float, uint32>(IMB_FLOAT32, IMB_INT32, 2.0f, true, true, 0, 255, 0, 0xFFFFFFFFu)),
+              0xFFFFFFFFu);
+}
+
+TEST(FillConvert, FastInt16ToFastInt32GoesThroughFloatsAndTheStoredRange)
+{
+    EXPECT_EQ((convertOne<uint16, uint32>(IMB_INT16, IMB_INT32, 0xFFFF)), 255u);
+    EXPECT_EQ((convertOne<uint16, uint32>(IMB_INT16, IMB_INT32, 0x8000)), 128u);
+    // Not a bit replication (0x80008000) even with the full range stored.
+    const double x = static_cast<float>(0x8000) * 1.5259022e-5f;
+    EXPECT_EQ((convertOne<uint16, uint32>(IMB_INT16, IMB_INT32, 0x8000, true, true, 0, 255, 0, 0xFFFFFFFFu)),
+              static_cast<uint32>(std::floor(x * 4294967295.0 + 0.5)));
+}
+
+TEST(FillConvert, StoredPointsDecideTheIdentityCopyEvenWhenFast)
+{
+    // Stored points differ, both fast: the value goes through floats, which
+    // for 8 bits gives it back unchanged...
+    EXPECT_EQ((convertOne<uint8, uint8>(IMB_INT8, IMB_INT8, 200, true, true, 16, 235, 0, 255)), 200);
+    // ...and equal custom points on both sides copy bits that lie outside them.
+    EXPECT_EQ((convertOne<uint8, uint8>(IMB_INT8, IMB_INT8, 250, false, false, 16, 235, 16, 235)), 250);
+}
+
+TEST(FillConvert, FullRange32BitValuesDivideExactlyOnTheWayToFloats)
+{
+    // A million values spread over the whole 32-bit range, through the
+    // contiguous rows, against the division of the rule.
+    const int64 n = 1 << 20;
+    Buffer src(IMB_INT32, n), f32(IMB_FLOAT32, n), f16(IMB_FLOAT16, n);
+    for (int64 i = 0; i < n; ++i)
+        src.set(i, static_cast<uint32>(i * 4096 + (i * 2654435761u) % 4096));
+    runFill(IMB_INT32, IMB_FLOAT32, true, true, Points{}, src, f32, n, 1, 1, 1);
+    runFill(IMB_INT32, IMB_FLOAT16, true, true, Points{}, src, f16, n, 1, 1, 1);
+    for (int64 i = 0; i < n; ++i)
+    {
+        const float x = static_cast<float>(static_cast<double>(src.get(i)) / 4294967295.0);
+        ASSERT_EQ(f32.get(i), bitsOf(x)) << src.get(i);
+        ASSERT_EQ(f16.get(i), halfOf(x)) << src.get(i);
+    }
+}
+
+TEST(FillConvert, IntegerToHalfTiesRoundUpInMagnitude)
+{
+    // With black 0 and white 1 a 16-bit value v is the fraction v itself;
+    // above 2048 halves step by 2 or more, so odd values are exact ties. With
+    // black 65535 and white 65536 the fractions are v - 65535, the negative
+    // ties. Contiguous rows, so the vector rows decide them.
+    for (const Points pts : {Points{0, 1, 0, 255}, Points{65535, 65536, 0, 255}})
+    {
+        const int64 n = 65536;
+        Buffer src(IMB_INT16, n), dst(IMB_FLOAT16, n);
+        for (int64 i = 0; i < n; ++i)
+            src.set(i, static_cast<uint32>(i));
+        runFill(IMB_INT16, IMB_FLOAT16, false, true, pts, src, dst, n, 1, 1, 1);
+        for (int64 i = 0; i < n; ++i)
+            ASSERT_EQ(dst.get(i), convert(IMB_INT16, IMB_FLOAT16, false, true, static_cast<uint32>(i), pts)) << i;
+    }
+    EXPECT_EQ((convertOne<uint16, uint16>(IMB_INT16, IMB_FLOAT16, 2049, false, true, 0, 1)), halfOf(2050.0f));
+    EXPECT_EQ(halfValue(halfOf(2049.0f)), 2050.0f);
+}
+
+TEST(FillConvert, HalfToHalfKeepsEveryBitPattern)
+{
+    Buffer src(IMB_FLOAT16, 65536), dst(IMB_FLOAT16, 65536);
+    for (uint32 h = 0; h < 65536; ++h)
+        src.set(h, h);
+    for (bool df : {false, true})
+    {
+        runFill(IMB_FLOAT16, IMB_FLOAT16, true, df, Points{}, src, dst, 65536, 1, 1, 1);
+        for (uint32 h = 0; h < 65536; ++h)
+            ASSERT_EQ(dst.get(h), h);
+    }
+}
+
+TEST(FillConvert, FormatOutsideTheTableDoesNothing)
+{
+    uint8 src = 7, dst = 9;
+    IMB_FillParms p;
+    p.mySource = &src;
+    p.myDest = &dst;
+    p.setSourceArea(0, 0, 0, 0);
+    p.setDestArea(0, 0, 0, 0);
+    p.mySourceType = IMB_MAX_DATA_FORMAT;
+    IMB_Fill::fill(p);
+    EXPECT_EQ(dst, 9);
+    p.mySourceType = IMB_INT8;
+    p.myDestType = static_cast<IMB_DataFormat>(-1);
+    IMB_Fill::fill(p);
+    EXPECT_EQ(dst, 9);
+}
+} // namespace
