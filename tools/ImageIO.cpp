@@ -55,18 +55,18 @@ void readImage(const std::string &path, IMB_Raster &out)
     auto in = OIIO::ImageInput::open(path);
     if (!in)
         throw Failure("cannot read image \"" + path + "\": " + OIIO::geterror());
-    const OIIO::ImageSpec &spec = in->spec();
-    if (spec.width < 1 || spec.height < 1 || spec.nchannels < 1)
+    const OIIO::ImageSpec &imageSpec = in->imageSpec();
+    if (imageSpec.width < 1 || imageSpec.height < 1 || imageSpec.nchannels < 1)
         throw Failure("image \"" + path + "\" has no pixels");
-    if (spec.depth > 1)
+    if (imageSpec.depth > 1)
         throw Failure("image \"" + path + "\" is a volume; only flat images are read");
 
-    const int channels = spec.nchannels < 4 ? spec.nchannels : 4;
-    const IMB_DataFormat format = formatForType(spec.format);
+    const int channels = imageSpec.nchannels < 4 ? imageSpec.nchannels : 4;
+    const IMB_DataFormat format = formatForType(imageSpec.format);
     out.reset(1);
     out.setPacking(packingForChannels(channels));
     out.setFormat(format);
-    out.setRes(spec.width, spec.height);
+    out.setRes(imageSpec.width, imageSpec.height);
     out.init();
     if (!out.isValid())
         throw Failure("out of memory for image \"" + path + "\"");
@@ -75,7 +75,7 @@ void readImage(const std::string &path, IMB_Raster &out)
         throw Failure("cannot read pixels of \"" + path + "\": " + in->geterror());
     out.setDataWritten(true);
 
-    std::string cs = spec.get_string_attribute("oiio:ColorSpace");
+    std::string cs = imageSpec.get_string_attribute("oiio:ColorSpace");
     if (OIIO::Strutil::iequals(cs, "sRGB"))
         out.setColorSpace(IMB_CS_SRGB);
     else if (OIIO::Strutil::iequals(cs, "Linear") || OIIO::Strutil::iequals(cs, "lin_srgb"))
@@ -106,12 +106,12 @@ void writeImage(const std::string &path, const IMB_Raster &raster)
     auto out = OIIO::ImageOutput::create(path);
     if (!out)
         throw Failure("cannot write \"" + path + "\": " + OIIO::geterror());
-    OIIO::ImageSpec spec(static_cast<int>(raster.getXres()), static_cast<int>(raster.getYres()), channels, type);
+    OIIO::ImageSpec imageSpec(static_cast<int>(raster.getXres()), static_cast<int>(raster.getYres()), channels, type);
     if (raster.getColorSpace() == IMB_CS_SRGB)
-        spec.attribute("oiio:ColorSpace", "sRGB");
+        imageSpec.attribute("oiio:ColorSpace", "sRGB");
     else if (raster.getColorSpace() == IMB_CS_LINEAR)
-        spec.attribute("oiio:ColorSpace", "Linear");
-    if (!out->open(path, spec))
+        imageSpec.attribute("oiio:ColorSpace", "Linear");
+    if (!out->open(path, imageSpec))
         throw Failure("cannot write \"" + path + "\": " + out->geterror());
 
     const int64 b = imbDefinesDepth[raster.getFormat()];
