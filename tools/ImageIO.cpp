@@ -55,7 +55,7 @@ void readImage(const std::string &path, IMB_Raster &out)
     auto in = OIIO::ImageInput::open(path);
     if (!in)
         throw Failure("cannot read image \"" + path + "\": " + OIIO::geterror());
-    const OIIO::ImageSpec &imageSpec = in->imageSpec();
+    const OIIO::ImageSpec &imageSpec = in->spec();
     if (imageSpec.width < 1 || imageSpec.height < 1 || imageSpec.nchannels < 1)
         throw Failure("image \"" + path + "\" has no pixels");
     if (imageSpec.depth > 1)
