@@ -198,12 +198,6 @@ TEST(ColourSpaces, RolesAndSpacesInConfigurationOrder)
         EXPECT_GE(roles.find(r), 0) << r;
 }
 
-TEST(ColourSpaces, FileDefaultFollowsTheFileRules)
-{
-    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
-    EXPECT_EQ(IMB_OCIO::getFileDefaultColorSpace(), "ACEScg");
-}
-
 TEST(ColourSpaces, FileDefaultFallsBackToLinearWhenTheRulesAreSkipped)
 {
     COLOUR_CASE({{"OCIO", dataPath("full.ocio")}, {"IMB_OCIO_PARSE_MODE", "3"}});
@@ -227,6 +221,8 @@ TEST_P(ColourParseRules, FileRulesNameTheSpaceOfAPath)
     EXPECT_EQ(IMB_OCIO::parseColorSpaceFromString(""), nullptr);
     EXPECT_EQ(IMB_OCIO::parseColorSpaceFromString(nullptr), nullptr);
     EXPECT_TRUE(IMB_OCIO::parseColorSpaceFromHolder("").isEmpty());
+    // The file default follows the file rules too.
+    EXPECT_EQ(IMB_OCIO::getFileDefaultColorSpace(), "ACEScg");
 }
 
 INSTANTIATE_TEST_SUITE_P(Controls, ColourParseRules, testing::Values("0", "1", "2", ""),

@@ -58,12 +58,8 @@ std::vector<uint32> arithmeticValues(IMB_DataFormat f)
 
 const float kFactors[] = {0.5f, 0.25f, 0.0f, 2.0f, -1.0f, 1.5f, 1e-3f, 3.0f, std::numeric_limits<float>::quiet_NaN()};
 
-// Reads a destination component as a fraction and writes one back, by the
-// arithmetic rules: a fast 32-bit component scales by the full range.
-Fraction readDest(IMB_DataFormat d, bool fast, uint32 v, uint32 db, uint32 dw)
-{
-    return normalise(d, fast, v, db, dw);
-}
+// Writes a fraction back by the arithmetic rules: a fast 32-bit component
+// scales by the full range.
 uint32 writeDest(IMB_DataFormat d, bool fast, Fraction y, uint32 db, uint32 dw)
 {
     if (d == IMB_INT32 && fast)
@@ -93,7 +89,7 @@ uint32 reference(Op op, IMB_DataFormat d, bool fast, uint32 v, uint32 db, uint32
 {
     if (op == Op::DividePerPixel && factor == 0.0f)
         return 0;
-    Fraction x = readDest(d, fast, v, db, dw);
+    Fraction x = normalise(d, fast, v, db, dw);
     auto apply = [&](auto xv) -> decltype(xv) {
         using X = decltype(xv);
         switch (op)
@@ -219,41 +215,41 @@ TEST(FillClear, DefaultBlockClearsTheWholeDestinationToTheLevel)
 
 TEST(FillClear, LevelsFollowEachFormatsRule)
 {
-    Area<uint8> custom8(IMB_INT8, 1, 1, 0);
-    custom8.p.myDestFast = 0;
-    custom8.p.myDestBlack = 16;
-    custom8.p.myDestWhite = 235;
-    custom8.p.myValue = 0.5f;
-    IMB_Fill::clear(custom8.p);
-    EXPECT_EQ(custom8.px[0], 126); // floor(219 * 0.5 + 16 + 0.5)
-
-    Area<uint16> fast16(IMB_INT16, 1, 1, 0);
-    for (auto [value, want] : {std::pair<float, uint16>{1.5f, 65535}, {-1.0f, 0}, {std::nanf(""), 0}, {0.5f, 32768}})
+    struct Level
     {
-        fast16.p.myValue = value;
-        IMB_Fill::clear(fast16.p);
-        EXPECT_EQ(fast16.px[0], want) << value;
+        IMB_DataFormat d;
+        bool fast;
+        uint32 db, dw;
+        float value;
+        uint32 want;
+    };
+    const Level cases[] = {
+        {IMB_INT8, false, 16, 235, 0.5f, 126}, // floor(219 * 0.5 + 16 + 0.5)
+        {IMB_INT16, true, 0, 255, 1.5f, 65535},
+        {IMB_INT16, true, 0, 255, -1.0f, 0},
+        {IMB_INT16, true, 0, 255, std::nanf(""), 0},
+        {IMB_INT16, true, 0, 255, 0.5f, 32768},
+        // 32 bits: the stored range even though the destination is fast.
+        {IMB_INT32, true, 0, 255, 1.0f, 255u},
+        {IMB_INT32, true, 0, 0xFFFFFFFFu, 2.0f, 0xFFFFFFFFu},
+        {IMB_FLOAT32, true, 0, 255, -3.25f, bitsOf(-3.25f)},
+        {IMB_FLOAT16, true, 0, 255, 0.1f, halfOf(0.1f)},
+    };
+    for (const Level &c : cases)
+    {
+        Buffer b(c.d, 1);
+        b.set(0, 0);
+        IMB_FillParms p;
+        p.myDest = b.data();
+        p.myDestType = c.d;
+        p.myDestFast = c.fast;
+        p.myDestBlack = c.db;
+        p.myDestWhite = c.dw;
+        p.setDestArea(0, 0, 0, 0);
+        p.myValue = c.value;
+        IMB_Fill::clear(p);
+        EXPECT_EQ(b.get(0), c.want) << "format " << c.d << " value " << c.value;
     }
-
-    // 32 bits: the stored 0-255 even though the destination is fast.
-    Area<uint32> fast32(IMB_INT32, 1, 1, 0);
-    fast32.p.myValue = 1.0f;
-    IMB_Fill::clear(fast32.p);
-    EXPECT_EQ(fast32.px[0], 255u);
-    fast32.p.myDestWhite = 0xFFFFFFFFu;
-    fast32.p.myValue = 2.0f;
-    IMB_Fill::clear(fast32.p);
-    EXPECT_EQ(fast32.px[0], 0xFFFFFFFFu);
-
-    Area<float> f32(IMB_FLOAT32, 1, 1, 0.0f);
-    f32.p.myValue = -3.25f;
-    IMB_Fill::clear(f32.p);
-    EXPECT_EQ(f32.px[0], -3.25f);
-
-    Area<uint16> f16(IMB_FLOAT16, 1, 1, 0);
-    f16.p.myValue = 0.1f;
-    IMB_Fill::clear(f16.p);
-    EXPECT_EQ(f16.px[0], halfOf(0.1f));
 }
 
 TEST(FillClear, ClearsOnlyTheIntersectionWithANonEmptySourceArea)

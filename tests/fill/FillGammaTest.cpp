@@ -42,34 +42,29 @@ TEST(FillGamma, GammaTwoTurnsAnArriving64Into128)
     EXPECT_EQ(dst, 128);
 }
 
-TEST(FillGamma, EightBitTablesFollowTheBuildRuleForFullAndCustomRanges)
+TEST(FillGamma, TablesFollowTheBuildRuleForFullAndCustomRanges)
 {
-    tbl_gamma8 t;
-    for (float g : {2.2f, 0.45f, 1.0f, 3.0f})
-    {
-        const uint8 *full = t.build(g, 0, 255);
-        for (uint32 i = 0; i < 256; ++i)
-            ASSERT_EQ(full[i], gammaEntry(i, g, 0, 255, 255)) << "gamma " << g << " entry " << i;
-        const uint8 *video = t.build(g, 16, 235);
-        for (uint32 i = 0; i < 256; ++i)
-            ASSERT_EQ(video[i], gammaEntry(i, g, 16, 235, 255)) << "gamma " << g << " entry " << i;
-        EXPECT_EQ(t.lookup(16), 16);
-        EXPECT_EQ(t.lookup(235), 235);
-        if (g > 1.0f)
-            EXPECT_LT(t.lookup(10), 16); // below black mirrors the curve
-    }
-}
-
-TEST(FillGamma, SixteenBitTablesFollowTheBuildRule)
-{
-    tbl_gamma16 t;
-    const uint16 *full = t.build(2.2f, 0, 65535);
-    for (uint32 i = 0; i < 65536; ++i)
-        ASSERT_EQ(full[i], gammaEntry(i, 2.2f, 0, 65535, 65535)) << i;
-    const uint16 *custom = t.build(0.8f, 4096, 60160);
-    for (uint32 i = 0; i < 65536; i += 7)
-        ASSERT_EQ(custom[i], gammaEntry(i, 0.8f, 4096, 60160, 65535)) << i;
-    EXPECT_EQ(t.lookup(65535), gammaEntry(65535, 0.8f, 4096, 60160, 65535));
+    tbl_gamma8 t8;
+    tbl_gamma16 t16;
+    for (float g : {2.2f, 0.45f, 1.0f, 3.0f, 0.8f})
+        for (auto [black, white] : {std::pair<uint32, uint32>{0, 255}, {16, 235}, {0, 65535}, {4096, 60160}})
+        {
+            if (white > 255)
+            {
+                const uint16 *table = t16.build(g, black, white);
+                for (uint32 i = 0; i < 65536; ++i)
+                    ASSERT_EQ(table[i], gammaEntry(i, g, black, white, 65535)) << "gamma " << g << " entry " << i;
+                EXPECT_EQ(t16.lookup(65535), table[65535]);
+                continue;
+            }
+            const uint8 *table = t8.build(g, black, white);
+            for (uint32 i = 0; i < 256; ++i)
+                ASSERT_EQ(table[i], gammaEntry(i, g, black, white, 255)) << "gamma " << g << " entry " << i;
+            EXPECT_EQ(t8.lookup(black), black);
+            EXPECT_EQ(t8.lookup(white), white);
+            if (g > 1.0f && black > 0)
+                EXPECT_LT(t8.lookup(10), 16); // below black mirrors the curve
+        }
 }
 
 TEST(FillGamma, TablesAreRebuiltOnlyWhenGammaBlackOrWhiteChange)

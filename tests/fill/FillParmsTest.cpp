@@ -64,58 +64,47 @@ TEST(FillParms, AreaSettersSortTheCorners)
     EXPECT_EQ(p.myDestArea.y2, 7);
 }
 
+// Only a genuine custom integer range is stored and clears the fast flag;
+// otherwise the stored points stay as they were.
 TEST(FillParms, TypeSettersStoreOnlyAGenuineCustomIntegerRange)
 {
+    struct Step
+    {
+        IMB_DataFormat f;
+        uint32 black, white;
+        int fast;
+        uint32 storedBlack, storedWhite;
+    };
+    const Step steps[] = {
+        {IMB_INT8, 0, 255, 1, 3, 4}, // untouched
+        {IMB_INT8, 16, 235, 0, 16, 235},
+        {IMB_FLOAT32, 0, 100, 1, 16, 235},
+        {IMB_INT16, 7, 7, 1, 16, 235},
+        // The full range of one format is a custom range of another.
+        {IMB_INT16, 0, 255, 0, 0, 255},
+        // Setting the full 32-bit range does not store it: a fast 32-bit
+        // component keeps scaling by the stored range.
+        {IMB_INT32, 0, 0xFFFFFFFFu, 1, 0, 255},
+        {IMB_INT16, 4096, 60160, 0, 4096, 60160},
+        {IMB_FLOAT16, 1, 2, 1, 4096, 60160},
+    };
     IMB_FillParms p;
-    p.mySourceBlack = 3;
-    p.mySourceWhite = 4;
-    p.mySourceFast = 0;
-
-    p.setSourceType(IMB_INT8, 0, 255);
-    EXPECT_EQ(p.mySourceFast, 1);
-    EXPECT_EQ(p.mySourceBlack, 3u); // untouched
-    EXPECT_EQ(p.mySourceWhite, 4u);
-
-    p.setSourceType(IMB_INT8, 16, 235);
-    EXPECT_EQ(p.mySourceFast, 0);
-    EXPECT_EQ(p.mySourceBlack, 16u);
-    EXPECT_EQ(p.mySourceWhite, 235u);
-
-    p.setSourceType(IMB_FLOAT32, 0, 100);
-    EXPECT_EQ(p.mySourceType, IMB_FLOAT32);
-    EXPECT_EQ(p.mySourceFast, 1);
-    EXPECT_EQ(p.mySourceBlack, 16u);
-
-    p.setSourceType(IMB_INT16, 7, 7);
-    EXPECT_EQ(p.mySourceType, IMB_INT16);
-    EXPECT_EQ(p.mySourceFast, 1);
-    EXPECT_EQ(p.mySourceWhite, 235u);
-
-    // The full range of one format is a custom range of another.
-    p.setSourceType(IMB_INT16, 0, 255);
-    EXPECT_EQ(p.mySourceFast, 0);
-    EXPECT_EQ(p.mySourceWhite, 255u);
-    p.setSourceType(IMB_INT32, 0, 0xFFFFFFFFu);
-    EXPECT_EQ(p.mySourceFast, 1);
-    EXPECT_EQ(p.mySourceWhite, 255u);
-}
-
-TEST(FillParms, DestinationTypeSetterFollowsTheSameRules)
-{
-    IMB_FillParms p;
-    p.setDestType(IMB_INT16, 4096, 60160);
-    EXPECT_EQ(p.myDestType, IMB_INT16);
-    EXPECT_EQ(p.myDestFast, 0);
-    EXPECT_EQ(p.myDestBlack, 4096u);
-    EXPECT_EQ(p.myDestWhite, 60160u);
-    p.setDestType(IMB_FLOAT16, 1, 2);
-    EXPECT_EQ(p.myDestFast, 1);
-    EXPECT_EQ(p.myDestWhite, 60160u);
-    // Setting the full 32-bit range does not store it: a fast 32-bit
-    // destination keeps scaling by the stored 0-255.
-    p.setDestType(IMB_INT32, 0, 0xFFFFFFFFu);
-    EXPECT_EQ(p.myDestFast, 1);
-    EXPECT_EQ(p.myDestWhite, 60160u);
+    p.mySourceBlack = p.myDestBlack = 3;
+    p.mySourceWhite = p.myDestWhite = 4;
+    p.mySourceFast = p.myDestFast = 0;
+    for (const Step &s : steps)
+    {
+        p.setSourceType(s.f, s.black, s.white);
+        p.setDestType(s.f, s.black, s.white);
+        EXPECT_EQ(p.mySourceType, s.f);
+        EXPECT_EQ(p.myDestType, s.f);
+        EXPECT_EQ(p.mySourceFast, s.fast) << s.black << "-" << s.white;
+        EXPECT_EQ(p.myDestFast, s.fast) << s.black << "-" << s.white;
+        EXPECT_EQ(p.mySourceBlack, s.storedBlack) << s.black << "-" << s.white;
+        EXPECT_EQ(p.mySourceWhite, s.storedWhite) << s.black << "-" << s.white;
+        EXPECT_EQ(p.myDestBlack, s.storedBlack) << s.black << "-" << s.white;
+        EXPECT_EQ(p.myDestWhite, s.storedWhite) << s.black << "-" << s.white;
+    }
 }
 
 TEST(FillParms, DebugPrintPrintsNothing)

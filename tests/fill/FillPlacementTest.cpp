@@ -139,82 +139,51 @@ struct Rows
     int row(int y) const { return dst[y * 3] == 0xEE ? -1 : dst[y * 3] / 10; }
 };
 
-TEST(FillRowPicking, EverySecondRowFromRowOnePacksRowsOneThreeFive)
+struct RowCase
 {
-    Rows r;
-    r.p.mySourceYInc = 2;
-    r.p.mySourceYOffset = 1;
-    IMB_Fill::fill(r.p);
-    EXPECT_EQ(r.row(0), 1);
-    EXPECT_EQ(r.row(1), 3);
-    EXPECT_EQ(r.row(2), 5);
-    EXPECT_EQ(r.row(3), -1);
-    EXPECT_EQ(r.row(5), -1);
-    for (int x = 0; x < 3; ++x)
-        EXPECT_EQ(r.dst[3 + x], 30 + x);
+    const char *what;
+    int64 yInc, yOffset, placeY;
+    int flipY;
+    int rows[6]; // source row each destination row holds, -1 for untouched
+};
+
+TEST(FillRowPicking, PicksEveryNthRowOfTheClippedRegion)
+{
+    const RowCase cases[] = {
+        {"every second row from row one packs rows 1, 3, 5", 2, 1, 0, 0, {1, 3, 5, -1, -1, -1}},
+        {"flipped picked rows fill from the bottom up", 2, 1, 0, 1, {-1, -1, -1, 5, 3, 1}},
+        // Displaced one row up: the clipped region starts at source row 1 and
+        // has five rows; rows 0 and 2 of it are source rows 1 and 3.
+        {"picks relative to the clipped region", 2, 0, -1, 0, {1, 3, 5, -1, -1, -1}},
+        {"zero step does nothing", 0, 0, 0, 0, {-1, -1, -1, -1, -1, -1}},
+        {"negative step does nothing", -1, 0, 0, 0, {-1, -1, -1, -1, -1, -1}},
+        {"negative offset does nothing", 1, -1, 0, 0, {-1, -1, -1, -1, -1, -1}},
+    };
+    for (const RowCase &c : cases)
+    {
+        Rows r;
+        r.p.mySourceYInc = c.yInc;
+        r.p.mySourceYOffset = c.yOffset;
+        r.p.myYOffset = c.placeY;
+        r.p.myFlipY = c.flipY;
+        IMB_Fill::fill(r.p);
+        for (int y = 0; y < 6; ++y)
+            EXPECT_EQ(r.row(y), c.rows[y]) << c.what << ", row " << y;
+        if (c.rows[1] == 3)
+            for (int x = 0; x < 3; ++x)
+                EXPECT_EQ(r.dst[3 + x], 30 + x) << c.what;
+    }
 }
 
-TEST(FillRowPicking, FlippedPickedRowsFillFromTheBottomUp)
-{
-    Rows r;
-    r.p.mySourceYInc = 2;
-    r.p.mySourceYOffset = 1;
-    r.p.myFlipY = 1;
-    IMB_Fill::fill(r.p);
-    EXPECT_EQ(r.row(5), 1);
-    EXPECT_EQ(r.row(4), 3);
-    EXPECT_EQ(r.row(3), 5);
-    EXPECT_EQ(r.row(2), -1);
-    EXPECT_EQ(r.row(0), -1);
-}
-
-TEST(FillRowPicking, PicksRelativeToTheClippedRegion)
-{
-    // Displaced one row up: the clipped region starts at source row 1 and has
-    // five rows; rows 0 and 2 of it are source rows 1 and 3.
-    Rows r;
-    r.p.myYOffset = -1;
-    r.p.mySourceYInc = 2;
-    IMB_Fill::fill(r.p);
-    EXPECT_EQ(r.row(0), 1);
-    EXPECT_EQ(r.row(1), 3);
-    EXPECT_EQ(r.row(2), 5);
-    EXPECT_EQ(r.row(3), -1);
-}
-
-TEST(FillRowPicking, NonPositiveStepOrNegativeOffsetDoesNothing)
-{
-    Rows r;
-    r.p.mySourceYInc = 0;
-    IMB_Fill::fill(r.p);
-    r.p.mySourceYInc = -1;
-    IMB_Fill::fill(r.p);
-    r.p.mySourceYInc = 1;
-    r.p.mySourceYOffset = -1;
-    IMB_Fill::fill(r.p);
-    for (int y = 0; y < 6; ++y)
-        EXPECT_EQ(r.row(y), -1);
-}
-
-TEST(FillPlacementEdges, DefaultBlockDoesNothing)
+TEST(FillPlacementEdges, EmptyAreasOrASourceDisplacedOutsideLeaveTheDestinationUntouched)
 {
     uint8 src[4] = {1, 2, 3, 4}, dst[4] = {9, 9, 9, 9};
     IMB_FillParms p;
     p.mySource = src;
     p.myDest = dst;
-    IMB_Fill::fill(p);
+    IMB_Fill::fill(p); // the default block: both areas empty
     p.setSourceArea(0, 0, 3, 0);
     IMB_Fill::fill(p); // destination still empty
-    for (uint8 v : dst)
-        EXPECT_EQ(v, 9);
-}
-
-TEST(FillPlacementEdges, SourceDisplacedOutsideLeavesTheDestinationUntouched)
-{
-    uint8 src[4] = {1, 2, 3, 4}, dst[4] = {9, 9, 9, 9};
-    IMB_FillParms p;
-    p.mySource = src;
-    p.myDest = dst;
     p.setSourceArea(0, 0, 1, 1);
     p.setDestArea(0, 0, 1, 1);
     for (auto [ox, oy] : {std::pair<int64, int64>{2, 0}, {-2, 0}, {0, 2}, {0, -2}, {5, 5}})
@@ -223,7 +192,7 @@ TEST(FillPlacementEdges, SourceDisplacedOutsideLeavesTheDestinationUntouched)
         p.myYOffset = oy;
         IMB_Fill::fill(p);
         for (uint8 v : dst)
-            ASSERT_EQ(v, 9);
+            ASSERT_EQ(v, 9) << ox << "," << oy;
     }
 }
 
@@ -260,28 +229,4 @@ TEST(FillPlanar, EveryRunOfAPlanarRowReceivesTheWholeRow)
     }
 }
 
-TEST(FillStrides, MovesOneComponentOfInterleavedPixels)
-{
-    // The red components of an RGBA source into the blue components of an
-    // RGBA destination; nothing else changes.
-    uint16 src[4 * 3], dst[4 * 3];
-    for (int i = 0; i < 12; ++i)
-    {
-        src[i] = static_cast<uint16>(1000 + i);
-        dst[i] = 5;
-    }
-    IMB_FillParms p;
-    p.mySource = src;
-    p.myDest = dst + 2;
-    p.mySourceType = IMB_INT16;
-    p.myDestType = IMB_INT16;
-    p.mySourceXInc = 4;
-    p.myDestXInc = 4;
-    p.setSourceArea(0, 0, 2, 0);
-    p.setDestArea(0, 0, 2, 0);
-    IMB_Fill::fill(p);
-    for (int px = 0; px < 3; ++px)
-        for (int c = 0; c < 4; ++c)
-            EXPECT_EQ(dst[px * 4 + c], c == 2 ? 1000 + px * 4 : 5);
-}
 } // namespace

@@ -217,32 +217,13 @@ struct Buffer
         return format == IMB_INT8 ? 1 : (format == IMB_INT16 || format == IMB_FLOAT16) ? 2 : 4;
     }
     void *data() { return bytes.data(); }
+    // Components are little-endian values of 1, 2 or 4 bytes.
     uint32 get(size_t i) const
     {
         uint32 v = 0;
-        if (size() == 1)
-            v = bytes[i];
-        else if (size() == 2)
-        {
-            uint16 h;
-            std::memcpy(&h, &bytes[i * 2], 2);
-            v = h;
-        }
-        else
-            std::memcpy(&v, &bytes[i * 4], 4);
+        std::memcpy(&v, &bytes[i * size()], size());
         return v;
     }
-    void set(size_t i, uint32 v)
-    {
-        if (size() == 1)
-            bytes[i] = static_cast<unsigned char>(v);
-        else if (size() == 2)
-        {
-            const uint16 h = static_cast<uint16>(v);
-            std::memcpy(&bytes[i * 2], &h, 2);
-        }
-        else
-            std::memcpy(&bytes[i * 4], &v, 4);
-    }
+    void set(size_t i, uint32 v) { std::memcpy(&bytes[i * size()], &v, size()); }
 };
 } // namespace fillref
