@@ -1,8 +1,8 @@
 // The deep pixel accumulator: raw and mip-style stores, grouping by id,
 // coverage masks, closing through a compressor, and concurrent stores.
-#include <IMB/IMB_DeepPixel.h>
+#include "DeepTestUtil.h"
 
-#include <gtest/gtest.h>
+#include <IMB/IMB_DeepPixel.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,18 +15,10 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 
 // C (3 floats), Of (1 float), id (1 float, ordinal): totalSize 5.
-ChannelsPtr colourOpacityId()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel("Of", 1);
-    c->addChannel("id", 1, true);
-    return c;
-}
+ChannelsPtr colourOpacityId() { return channels({{"C", 3}, {"Of", 1}, {"id", 1, true}}); }
 
 // Records what closing hands to the compressor; compress is the identity and
 // merge returns the first entry.
@@ -59,16 +51,6 @@ protected:
 private:
     ChannelsPtr myChannels;
 };
-
-// Coverage of sub-sample k among n positions, bit by bit from the rule.
-uint64 referenceMask(int k, int n)
-{
-    uint64 m = 0;
-    for (int bit = 0; bit < 64; ++bit)
-        if (bit >= (64 * k) / n && bit < (64 * (k + 1)) / n)
-            m |= uint64(1) << bit;
-    return m;
-}
 
 void storeSample(IMB_DeepPixel &p, float z, float value, int id, int flags = 0)
 {
