@@ -152,22 +152,17 @@ TEST(DeepCompositing, UncompositeRestoresValuesExceptAfterZeroOpacity)
 
 TEST(DeepCompositing, ForceDecidesWhetherTheCurrentFormIsRespected)
 {
-    ChannelsPtr chans = layout(3);
-    ListPtr l = makeList(chans, fourSamples(3), true);
-    const Plane before = planeOf(*l, 1);
-    l->composite(0, false);
-    EXPECT_EQ(planeOf(*l, 1), before);
-    l->composite(0, true);
-    EXPECT_NE(planeOf(*l, 1), before);
-    EXPECT_TRUE(l->preComposited());
-
-    ListPtr u = makeList(chans, fourSamples(3), false);
-    const Plane ubefore = planeOf(*u, 1);
-    u->uncomposite(0, false);
-    EXPECT_EQ(planeOf(*u, 1), ubefore);
-    u->uncomposite(0, true);
-    EXPECT_NE(planeOf(*u, 1), ubefore);
-    EXPECT_FALSE(u->preComposited());
+    // A composited list is composited again only when forced; likewise the inverse.
+    for (bool composite : {true, false})
+    {
+        ListPtr l = makeList(layout(3), fourSamples(3), composite);
+        const Plane before = planeOf(*l, 1);
+        composite ? l->composite(0, false) : l->uncomposite(0, false);
+        EXPECT_EQ(planeOf(*l, 1), before) << composite;
+        composite ? l->composite(0, true) : l->uncomposite(0, true);
+        EXPECT_NE(planeOf(*l, 1), before) << composite;
+        EXPECT_EQ(l->preComposited(), composite);
+    }
 }
 
 TEST(DeepCompositing, AnOpacityIndexOutsideTheListChangesNothing)
