@@ -1,8 +1,8 @@
 // Channel lists, and the growable array and intrusive counting they rest on.
+#include "DeepTestUtil.h"
+
 #include <IMB/IMB_DeepChannelList.h>
 #include <IMB/platform/BAS_Array.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <string>
@@ -11,7 +11,7 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
+using namespace deeptest;
 
 // The growth sequence written out from the rule: 4, 8, multiples of 16 up to
 // 128, multiples of 128 up to 1024, then one eighth more each time.
@@ -41,9 +41,7 @@ struct Counted
 
 std::string captureDump(const IMB_DeepChannelList &list, const char *label)
 {
-    testing::internal::CaptureStderr();
-    list.dump(label);
-    return testing::internal::GetCapturedStderr();
+    return capturedStderr([&] { list.dump(label); });
 }
 } // namespace
 
@@ -116,55 +114,38 @@ TEST(BasArray, AppendingAnEntryAtFullCapacityCopiesItBeforeGrowing)
     EXPECT_EQ(a[0], std::string(40, 'a'));
 }
 
-TEST(DeepChannelList, EmptyListHasNoChannelsAndZeroSizes)
+TEST(DeepChannelList, OffsetsAreRunningSumsAndLookupFindsTheFirstExactName)
 {
     IMB_DeepChannelList list;
     EXPECT_EQ(list.channelCount(), 0);
+    EXPECT_EQ(list.findChannel("C"), -1);
     EXPECT_EQ(list.totalSize(), 0);
     EXPECT_EQ(list.maxSize(), 0);
-    EXPECT_EQ(list.findChannel("C"), -1);
-    EXPECT_EQ(list.findChannel(""), -1);
     EXPECT_EQ(list.findChannel(nullptr), -1);
     EXPECT_EQ(list.use_count(), 0);
     EXPECT_EQ(captureDump(list, nullptr), "channels = {\n}\n");
     EXPECT_EQ(captureDump(list, ""), "channels = {\n}\n");
-}
-
-TEST(DeepChannelList, OffsetsAreRunningSumsOfTupleSizes)
-{
-    IMB_DeepChannelList list;
     list.addChannel("C", 3);
     list.addChannel("A", 1);
     list.addChannel("id", 1, true);
-    ASSERT_EQ(list.channelCount(), 3);
+    list.addChannel("A", 2); // duplicates are added; lookup finds the first
+    ASSERT_EQ(list.channelCount(), 4);
     EXPECT_EQ(list.offset(0), 0);
     EXPECT_EQ(list.offset(1), 3);
     EXPECT_EQ(list.offset(2), 4);
-    EXPECT_EQ(list.totalSize(), 5);
+    EXPECT_EQ(list.offset(3), 5);
+    EXPECT_EQ(list.name(2), "id");
+    EXPECT_EQ(list.totalSize(), 7);
     EXPECT_EQ(list.maxSize(), 3);
     EXPECT_FALSE(list.isOrdinal(1));
     EXPECT_TRUE(list.isOrdinal(2));
-    EXPECT_EQ(list.name(2), "id");
     EXPECT_EQ(list.findChannel("A"), 1);
     EXPECT_EQ(list.findChannel("a"), -1);
-    EXPECT_EQ(captureDump(list, "mine"), "mine = {\n  3 'C'\n  1 'A'\n  1 'id'\n}\n");
-}
-
-TEST(DeepChannelList, DuplicateNamesAreAddedAndLookupFindsTheFirst)
-{
-    IMB_DeepChannelList list;
-    list.addChannel("Of", 3);
-    list.addChannel("Of", 1);
-    EXPECT_EQ(list.channelCount(), 2);
-    EXPECT_EQ(list.findChannel("Of"), 0);
-    EXPECT_EQ(list.offset(1), 3);
-}
-
-TEST(DeepChannelList, NullNamePrintsAsEmptyInDump)
-{
-    IMB_DeepChannelList list;
-    list.addChannel(BAS_StringHolder(), 2);
-    EXPECT_EQ(captureDump(list, "x"), "x = {\n  2 ''\n}\n");
+    EXPECT_EQ(list.findChannel(""), -1);
+    EXPECT_EQ(captureDump(list, "mine"), "mine = {\n  3 'C'\n  1 'A'\n  1 'id'\n  2 'A'\n}\n");
+    IMB_DeepChannelList unnamed;
+    unnamed.addChannel(BAS_StringHolder(), 2);
+    EXPECT_EQ(captureDump(unnamed, "x"), "x = {\n  2 ''\n}\n");
 }
 
 TEST(DeepChannelList, EqualityComparesOrderSizesAndOrdinalFlags)

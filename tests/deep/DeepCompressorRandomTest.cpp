@@ -1,8 +1,8 @@
 // The null compressor's merge over random inputs: every input sample comes
 // out once and whole, in zfront order; a single input comes out as it is.
-#include <IMB/IMB_DeepCompressor.h>
+#include "DeepTestUtil.h"
 
-#include <gtest/gtest.h>
+#include <IMB/IMB_DeepCompressor.h>
 
 #include <algorithm>
 #include <random>
@@ -10,19 +10,9 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 
-ChannelsPtr layout()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("A", 1);
-    c->addChannel("C", 3);
-    c->addChannel("RGBA", 4);
-    c->addChannel("P", 2);
-    c->addChannel("id", 1, true);
-    return c;
-}
+ChannelsPtr layout() { return channels({{"A", 1}, {"C", 3}, {"RGBA", 4}, {"P", 2}, {"id", 1, true}}); }
 
 // A list of `n` samples whose first value names it (list * 1000 + sample)
 // and whose other values, depths, flags and coverage are random; sorted by
@@ -49,17 +39,6 @@ ListPtr randomList(std::mt19937 &rng, const ChannelsPtr &chans, int list, int n,
     return l;
 }
 
-void expectSameSample(const IMB_DeepSampleList &a, int i, const IMB_DeepSampleList &b, int j)
-{
-    EXPECT_EQ(a.zfront(i), b.zfront(j));
-    EXPECT_EQ(a.zback(i), b.zback(j));
-    EXPECT_EQ(a.flags(i), b.flags(j));
-    EXPECT_EQ(a.coverage(i), b.coverage(j));
-    const ChannelsPtr &chans = a.channels();
-    for (int ch = 0; ch < chans->channelCount(); ++ch)
-        for (int c = 0; c < chans->tupleSize(ch); ++c)
-            EXPECT_EQ(a.channelData(ch, i)[c], b.channelData(ch, j)[c]);
-}
 } // namespace
 
 TEST(DeepCompressorRandom, NullMergeTakesEverySampleOnceInDepthOrder)

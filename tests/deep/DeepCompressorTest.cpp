@@ -1,9 +1,9 @@
 // Deep compressors: the heap behind the merges, the factory registry and
 // options, the plain merge and the simple merge's grouping rule.
+#include "DeepTestUtil.h"
+
 #include <IMB/IMB_DeepCompressor.h>
 #include <IMB/platform/BAS_PriorityQueue.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -17,8 +17,7 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 using Factory = IMB_DeepCompressor::Factory;
 
 // One sample as the tests write it: values packed in channel order.
@@ -34,11 +33,7 @@ struct S
 // C (3 floats), Of (ofSize floats), id (1 float, ordinal).
 ChannelsPtr colourOpacityId(int ofSize = 1, const char *ofName = "Of")
 {
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel(ofName, ofSize);
-    c->addChannel("id", 1, true);
-    return c;
+    return channels({{"C", 3}, {ofName, ofSize}, {"id", 1, true}});
 }
 
 ListPtr makeList(const ChannelsPtr &chans, const std::vector<S> &samples, bool preComposited = false)
@@ -78,9 +73,7 @@ std::shared_ptr<IMB_DeepCompressor> make(const char *name, const ChannelsPtr &ch
 
 std::string dumpOf(const IMB_DeepCompressor &c, const char *label)
 {
-    testing::internal::CaptureStdout();
-    c.dump(label);
-    return testing::internal::GetCapturedStdout();
+    return capturedStdout([&] { c.dump(label); });
 }
 
 std::string simpleDump(float zbias, const char *ofname, int ofsize, float ofbias, int ofidx)
@@ -271,44 +264,51 @@ TEST(DeepCompressorFactory, RegisterAddsOrReplacesAndInitRestoresOnlyTheBuiltIns
 
 // ---------------------------------------------------------------- options
 
-TEST(DeepCompressorOptions, SimpleDefaultsAndTheOpacityChannelLookup)
-{
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(1)), "L"), simpleDump(0.001f, "Of", 3, 0.03125f, 1));
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(3)), "L"), simpleDump(0.001f, "Of", 3, 0.03125f, 1));
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(4)), "L"), simpleDump(0.001f, "Of", 4, 0.03125f, 1));
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(1, "A")), "L"), simpleDump(0.001f, "Of", 0, 0.03125f, -1));
-    EXPECT_EQ(dumpOf(*make("simple", nullptr), "L"), simpleDump(0.001f, "Of", 0, 0.03125f, -1));
-}
-
-TEST(DeepCompressorOptions, CompressionLevelSetsOnlyTheOpacityToleranceDefault)
+// The opacity channel is found by name among tuples of 1, 3 or more (a
+// single one counts as 3); "deepcompression" sets only the opacity
+// tolerance default, 2^(level - 10) clamped to [1/1024, 1]; a negative depth
+// tolerance is clamped to 0.
+TEST(DeepCompressorOptions, DefaultsLevelsAndTheOpacityChannelLookup)
 {
     struct Case
     {
-        int level;
-        float ofbias;
+        ChannelsPtr chans;
+        int level; // -100: not set
+        double zbias, ofbias; // -100: not set
+        const char *ofname;
+        std::string dump;
     };
-    for (Case c : {Case{10, 1.0f}, Case{0, 1.0f / 1024}, Case{5, 1.0f / 32}, Case{9, 0.5f}, Case{15, 1.0f},
-                   Case{-3, 1.0f / 1024}})
+    const int none = -100;
+    const Case cases[] = {
+        {colourOpacityId(1), none, none, none, nullptr, simpleDump(0.001f, "Of", 3, 0.03125f, 1)},
+        {colourOpacityId(3), none, none, none, nullptr, simpleDump(0.001f, "Of", 3, 0.03125f, 1)},
+        {colourOpacityId(4), none, none, none, nullptr, simpleDump(0.001f, "Of", 4, 0.03125f, 1)},
+        {colourOpacityId(1, "A"), none, none, none, nullptr, simpleDump(0.001f, "Of", 0, 0.03125f, -1)},
+        {nullptr, none, none, none, nullptr, simpleDump(0.001f, "Of", 0, 0.03125f, -1)},
+        {colourOpacityId(), 10, none, none, nullptr, simpleDump(0.001f, "Of", 3, 1.0f, 1)},
+        {colourOpacityId(), 0, none, none, nullptr, simpleDump(0.001f, "Of", 3, 1.0f / 1024, 1)},
+        {colourOpacityId(), 5, none, none, nullptr, simpleDump(0.001f, "Of", 3, 1.0f / 32, 1)},
+        {colourOpacityId(), 9, none, none, nullptr, simpleDump(0.001f, "Of", 3, 0.5f, 1)},
+        {colourOpacityId(), 15, none, none, nullptr, simpleDump(0.001f, "Of", 3, 1.0f, 1)},
+        {colourOpacityId(), -3, none, none, nullptr, simpleDump(0.001f, "Of", 3, 1.0f / 1024, 1)},
+        {colourOpacityId(), 10, none, 0.25, nullptr, simpleDump(0.001f, "Of", 3, 0.25f, 1)},
+        {colourOpacityId(1, "A"), none, -1.0, none, "A", simpleDump(0.0f, "A", 3, 0.03125f, 1)},
+        {colourOpacityId(1), none, 0.5, none, "A", simpleDump(0.5f, "A", 0, 0.03125f, -1)},
+    };
+    for (const Case &c : cases)
     {
         BAS_Options o;
-        o.setOptionI("deepcompression", c.level);
-        EXPECT_EQ(dumpOf(*make("default", colourOpacityId(), o), "L"), simpleDump(0.001f, "Of", 3, c.ofbias, 1))
-            << c.level;
+        if (c.level != none)
+            o.setOptionI("deepcompression", c.level);
+        if (c.zbias != none)
+            o.setOptionF("zbias", c.zbias);
+        if (c.ofbias != none)
+            o.setOptionF("ofbias", c.ofbias);
+        if (c.ofname)
+            o.setOptionS("ofname", c.ofname);
+        for (const char *name : {"simple", "default"})
+            EXPECT_EQ(dumpOf(*make(name, c.chans, o), "L"), c.dump) << name << " " << &c - cases;
     }
-    BAS_Options o;
-    o.setOptionI("deepcompression", 10);
-    o.setOptionF("ofbias", 0.25);
-    EXPECT_EQ(dumpOf(*make("default", colourOpacityId(), o), "L"), simpleDump(0.001f, "Of", 3, 0.25f, 1));
-}
-
-TEST(DeepCompressorOptions, NegativeDepthToleranceIsClampedAndTheNameIsConfigurable)
-{
-    BAS_Options o;
-    o.setOptionF("zbias", -1.0);
-    o.setOptionS("ofname", "A");
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(1, "A"), o), "L"), simpleDump(0.0f, "A", 3, 0.03125f, 1));
-    o.setOptionF("zbias", 0.5);
-    EXPECT_EQ(dumpOf(*make("simple", colourOpacityId(1), o), "L"), simpleDump(0.5f, "A", 0, 0.03125f, -1));
 }
 
 TEST(DeepCompressorDump, PrintsTheLabelAndNameThenTheSettings)
@@ -320,111 +320,7 @@ TEST(DeepCompressorDump, PrintsTheLabelAndNameThenTheSettings)
     EXPECT_EQ(s.rfind("IMB_DeepCompressor simple =\n{\n\tzbias : 0.001\n", 0), 0u) << s;
 }
 
-// ---------------------------------------------------------------- compress
-
-TEST(DeepCompressor, CompressReturnsTheSameListObject)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr l = makeList(chans, {surface(1, 1, 0.5f, 3)});
-    for (const char *name : {"null", "simple"})
-    {
-        auto c = make(name, chans);
-        EXPECT_EQ(c->compress(l).get(), l.get());
-        EXPECT_FALSE(c->compress(ListPtr()));
-    }
-}
-
 // ---------------------------------------------------------------- plain merge
-
-namespace
-{
-using Key = std::tuple<float, float, int, uint64, std::vector<float>>;
-
-std::vector<Key> samplesOf(const IMB_DeepSampleList &l)
-{
-    const ChannelsPtr &c = l.channels();
-    std::vector<Key> out;
-    for (int i = 0; i < l.sampleCount(); ++i)
-    {
-        std::vector<float> v;
-        for (int ch = 0; ch < c->channelCount(); ++ch)
-            for (int t = 0; t < c->tupleSize(ch); ++t)
-                v.push_back(l.channelData(ch, i)[t]);
-        out.emplace_back(l.zfront(i), l.zback(i), l.flags(i), l.coverage(i), v);
-    }
-    return out;
-}
-} // namespace
-
-TEST(DeepCompressorNullMerge, InterleavesEverySampleByZfront)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {surface(1, 0.1f, 0.5f, 1, 1), volume(3, 5, 0.2f, 0.6f, 1, 1)}, true);
-    ListPtr b = makeList(chans, {surface(0.5f, 0.3f, 0.7f, 2, 2), surface(2, 0.4f, 0.8f, 2, 2),
-                                 S{4, 4, {1, 2, 3, 0.9f, 2}, 0x82, 6}});
-    ListPtr lists[] = {ListPtr(), a, ListPtr(), b};
-    ListPtr out = make("null", chans)->merge(lists, 4);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 5);
-    EXPECT_TRUE(out->preComposited()); // the first non-empty list's
-    std::vector<float> z;
-    for (int i = 0; i < 5; ++i)
-        z.push_back(out->zfront(i));
-    EXPECT_EQ(z, (std::vector<float>{0.5f, 1, 2, 3, 4}));
-
-    std::vector<Key> expected = samplesOf(*a), got = samplesOf(*out);
-    for (const Key &k : samplesOf(*b))
-        expected.push_back(k);
-    std::sort(expected.begin(), expected.end());
-    std::sort(got.begin(), got.end());
-    EXPECT_EQ(got, expected); // every value copied unweighted, flags and coverage kept
-}
-
-TEST(DeepCompressorNullMerge, EqualDepthsKeepBothSamples)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {surface(1, 0.1f, 0.5f, 1), surface(1, 0.2f, 0.5f, 2)});
-    ListPtr b = makeList(chans, {surface(1, 0.3f, 0.5f, 3)});
-    BAS_Array<ListPtr> arr{a, b};
-    ListPtr out = make("null", chans)->merge(arr);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 3);
-    std::multiset<float> ids;
-    for (int i = 0; i < 3; ++i)
-        ids.insert(out->channelData(2, i)[0]);
-    EXPECT_EQ(ids, (std::multiset<float>{1, 2, 3}));
-}
-
-TEST(DeepCompressorMerge, OnlyNullOrEmptyListsGiveNull)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr empty(new IMB_DeepSampleList(chans, 0));
-    ListPtr lists[] = {ListPtr(), empty, ListPtr()};
-    for (const char *name : {"null", "simple"})
-    {
-        auto c = make(name, chans);
-        EXPECT_FALSE(c->merge(lists, 3)) << name;
-        EXPECT_FALSE(c->merge(lists, 0)) << name;
-        EXPECT_FALSE(c->merge(nullptr, 2)) << name;
-        EXPECT_FALSE(c->merge(BAS_Array<ListPtr>())) << name;
-    }
-}
-
-TEST(DeepCompressorMerge, ListsOfAnotherLayoutAreSkipped)
-{
-    ChannelsPtr chans = colourOpacityId(1);
-    ChannelsPtr other = colourOpacityId(3);
-    ListPtr a = makeList(chans, {surface(1, 0.1f, 0.5f, 1)});
-    ListPtr b = makeList(other, {S{0.5f, 0.5f, {1, 1, 1, 1, 1, 1, 7}}});
-    // An equal but distinct channel list is accepted.
-    ListPtr c = makeList(colourOpacityId(1), {surface(2, 0.2f, 0.5f, 2)});
-    ListPtr lists[] = {a, b, c};
-    ListPtr out = make("null", chans)->merge(lists, 3);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 2);
-    EXPECT_EQ(out->zfront(0), 1.0f);
-    EXPECT_EQ(out->zfront(1), 2.0f);
-}
 
 // ---------------------------------------------------------------- simple merge
 
@@ -455,84 +351,120 @@ void expectSample(const IMB_DeepSampleList &l, int i, float zf, float zb, uint8 
 }
 } // namespace
 
-TEST(DeepCompressorSimpleMerge, OneListOfOneSurfaceComesBackUnchanged)
+namespace
 {
+// Input lists (an empty vector stands for a null entry), the tolerances, and
+// the samples the merge must give.
+struct MergeCase
+{
+    const char *what;
+    std::vector<std::vector<S>> lists;
+    double zbias, ofbias;
+    std::vector<S> expected;
+};
+
+ListPtr mergeOf(const ChannelsPtr &chans, const std::vector<std::vector<S>> &in, double zbias, double ofbias)
+{
+    std::vector<ListPtr> lists;
+    for (const std::vector<S> &l : in)
+        lists.push_back(l.empty() ? ListPtr() : makeList(chans, l));
+    return simple(chans, zbias, ofbias)->merge(lists.data(), static_cast<int>(lists.size()));
+}
+} // namespace
+
+TEST(DeepCompressorSimpleMerge, GroupsSplitsAndWeighsSamplesByTheRule)
+{
+    const double dz = 0.001, dof = 1.0 / 32;
+    // A volume 0..4 split at (0 + 2) / 2 = 1 before a surface at 2: r = (4 - 1) / 4,
+    // so a quarter of it (weight 0.5 x 0.25) in front and three quarters behind.
+    const float q = 0.5f * 0.25f, t = 0.5f * 0.75f;
+    const float c1 = 0.5f * 1.0f + 4 * t, a1 = 0.5f * 0.5f + 0.8f * t;
+    const float c2 = 2 * t + 0.5f * 1.0f, a2 = 0.6f * t + 0.5f * 0.4f;
+    const MergeCase cases[] = {
+        {"one surface comes back unchanged", {{S{2, 2.5f, {0.1f, 0.2f, 0.3f, 0.4f, 9}, 0x40, 0xF0}}}, dz, dof,
+         {S{2, 2.5f, {0.1f, 0.2f, 0.3f, 0.4f, 9}, 0x40, 0xF0}}},
+        {"every entry weighs 1 / count, nulls included", {{surface(1, 0.8f, 0.6f, 4, 0x3)}, {}, {}, {}}, dz, dof,
+         {S{1, 1, {0.2f, 0.2f, 0.2f, 0.15f, 4}, 0, 0x3}}},
+        {"equal depths join even with zbias 0",
+         {{surface(1, 0.8f, 1.0f, 4, 0x0F)}, {surface(1, 0.2f, 0.5f, 4, 0xF0)}}, 0.0, dof,
+         {S{1, 1, {0.5f, 0.5f, 0.5f, 0.75f, 4}, 0, 0xFF}}},
+        // 1.0015 is beyond 1.0 + zbias although within zbias of 1.0005; on
+        // equal weights the earlier sample keeps its id.
+        {"depth tolerance from the group's first boundary",
+         {{surface(1.0f, 0.4f, 0.8f, 1), surface(1.0005f, 0.6f, 0.8f, 2), surface(1.0015f, 0.2f, 0.8f, 3)}}, dz, dof,
+         {S{1.0f, 1.0005f, {1.0f, 1.0f, 1.0f, 1.6f, 1}, 0, 1}, S{1.0015f, 1.0015f, {0.2f, 0.2f, 0.2f, 0.8f, 3}, 0, 1}}},
+        {"opacities reaching the tolerance exactly join",
+         {{surface(1, 0.1f, 0.25f, 1), surface(2, 0.2f, 0.25f, 2)}}, dz, 0.5,
+         {S{1, 2, {0.3f, 0.3f, 0.3f, 0.5f, 1}, 0, 1}}},
+        {"the opacity bound grows over the group",
+         {{surface(1, 0.1f, 0.2f, 1), surface(2, 0.2f, 0.2f, 2), surface(3, 0.2f, 0.2f, 3)}}, dz, 0.5,
+         {S{1, 2, {0.3f, 0.3f, 0.3f, 0.4f, 1}, 0, 1}, S{3, 3, {0.2f, 0.2f, 0.2f, 0.2f, 3}, 0, 1}}},
+        {"a lone volume keeps its extent", {{volume(1, 2, 0.6f, 0.5f, 3, 0x5)}}, dz, dof,
+         {S{1, 2, {0.6f, 0.6f, 0.6f, 0.5f, 3}, 0x01, 0x5}}},
+        // The surface (weight 0.5) outweighs the volume's rest: its id wins.
+        {"a volume splits at the midpoint before the next surface",
+         {{volume(0, 4, 4.0f, 0.8f, 1, 0x1)}, {surface(2, 1.0f, 0.5f, 2, 0x2)}}, dz, dof,
+         {S{0, 1, {4 * q, 4 * q, 4 * q, 0.8f * q, 1}, 0x01, 0x1}, S{1, 4, {c1, c1, c1, a1, 2}, 0x01, 0x3}}},
+        // Split at 1.5; the second volume's full weight 0.5 beats the first's
+        // rest, so its identifier replaces the first one.
+        {"overlapping volumes share the group behind the split",
+         {{volume(1, 3, 2.0f, 0.6f, 10, 0x1)}, {volume(2, 4, 1.0f, 0.4f, 20, 0x2)}}, dz, dof,
+         {S{1, 1.5f, {2 * q, 2 * q, 2 * q, 0.6f * q, 10}, 0x01, 0x1}, S{1.5f, 4, {c2, c2, c2, a2, 20}, 0x01, 0x3}}},
+        {"a volume ending where a sample starts closes first",
+         {{volume(1, 2, 1.0f, 0.5f, 1), surface(2, 1.0f, 0.5f, 2)}}, dz, dof,
+         {S{1, 2, {1, 1, 1, 0.5f, 1}, 0x01, 1}, S{2, 2, {1, 1, 1, 0.5f, 2}, 0x00, 1}}},
+    };
     ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {S{2, 2.5f, {0.1f, 0.2f, 0.3f, 0.4f, 9}, 0x40, 0xF0}});
-    ListPtr out = simple(chans)->merge(&a, 1);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 1);
-    expectSample(*out, 0, 2, 2.5f, 0x40, 0xF0, {0.1f, 0.2f, 0.3f, 0.4f, 9});
+    for (const MergeCase &c : cases)
+    {
+        SCOPED_TRACE(c.what);
+        ListPtr out = mergeOf(chans, c.lists, c.zbias, c.ofbias);
+        ASSERT_TRUE(out);
+        ASSERT_EQ(out->sampleCount(), static_cast<int>(c.expected.size()));
+        for (int i = 0; i < out->sampleCount(); ++i)
+        {
+            const S &e = c.expected[static_cast<std::size_t>(i)];
+            expectSample(*out, i, e.zf, e.zb, e.flags, e.cov, e.v);
+            EXPECT_EQ(out->isVolume(i), (e.flags & 0x01) != 0 && e.zf < e.zb);
+        }
+    }
 }
 
-TEST(DeepCompressorSimpleMerge, EveryEntryWeighsOneOverTheCountNullsIncluded)
+TEST(DeepCompressorSimpleMerge, TolerancesDecideHowManyGroupsRemain)
 {
+    struct Case
+    {
+        const char *what;
+        std::vector<std::vector<S>> lists;
+        double zbias, ofbias; // zbias < 0: the "default" compressor
+        int count;
+    };
+    const S faintA = surface(1, 0.1f, 0.25f, 1), faintB = surface(2, 0.2f, 0.2501f, 2);
+    const Case cases[] = {
+        {"a wide depth tolerance takes all",
+         {{surface(1.0f, 0.4f, 0.8f, 1), surface(1.0005f, 0.6f, 0.8f, 2), surface(1.0015f, 0.2f, 0.8f, 3)}}, 10.0,
+         1.0 / 32, 1},
+        {"no depth tolerance keeps distinct depths apart",
+         {{surface(1, 0.4f, 0.8f, 1), surface(1.0000001f, 0.6f, 0.8f, 2)}}, 0.0, 1.0 / 32, 2},
+        {"just above the opacity tolerance", {{faintA, faintB}}, 0.001, 0.5, 2},
+        {"the list weight counts: two entries weigh half", {{faintA, faintB}, {}}, 0.001, 0.5, 1},
+        {"default 1/32: 0.015 + 0.015 joins", {{surface(1, 0.1f, 0.015f, 1), surface(5, 0.2f, 0.015f, 2)}}, -1, 0, 1},
+        {"default 1/32: 0.02 + 0.02 does not", {{surface(1, 0.1f, 0.02f, 1), surface(5, 0.2f, 0.02f, 2)}}, -1, 0, 2},
+    };
     ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {surface(1, 0.8f, 0.6f, 4, 0x3)});
-    ListPtr lists[] = {a, ListPtr(), ListPtr(), ListPtr()};
-    ListPtr out = simple(chans)->merge(lists, 4);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 1);
-    expectSample(*out, 0, 1, 1, 0, 0x3, {0.2f, 0.2f, 0.2f, 0.15f, 4});
-}
-
-TEST(DeepCompressorSimpleMerge, SurfacesAtOneDepthBecomeOneCoverageWeightedSample)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {surface(1, 0.8f, 1.0f, 4, 0x0F)});
-    ListPtr b = makeList(chans, {surface(1, 0.2f, 0.5f, 4, 0xF0)});
-    ListPtr lists[] = {a, b};
-    // zbias 0 still joins equal depths.
-    ListPtr out = simple(chans, 0.0)->merge(lists, 2);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 1);
-    expectSample(*out, 0, 1, 1, 0, 0xFF, {0.5f, 0.5f, 0.5f, 0.75f, 4});
-}
-
-TEST(DeepCompressorSimpleMerge, DepthToleranceIsMeasuredFromTheGroupsFirstBoundary)
-{
-    ChannelsPtr chans = colourOpacityId();
-    // Opaque enough that only the depth rule can join them.
-    ListPtr a = makeList(chans, {surface(1.0f, 0.4f, 0.8f, 1), surface(1.0005f, 0.6f, 0.8f, 2),
-                                 surface(1.0015f, 0.2f, 0.8f, 3)});
-    ListPtr out = simple(chans, 0.001)->merge(&a, 1);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 2);
-    // The first two are summed (the earlier keeps the id on equal weights);
-    // 1.0015 is beyond 1.0 + zbias although within zbias of 1.0005.
-    expectSample(*out, 0, 1.0f, 1.0005f, 0, 1, {1.0f, 1.0f, 1.0f, 1.6f, 1});
-    expectSample(*out, 1, 1.0015f, 1.0015f, 0, 1, {0.2f, 0.2f, 0.2f, 0.8f, 3});
-
-    // A wide tolerance takes all three; none at all keeps all three apart.
-    EXPECT_EQ(simple(chans, 10.0)->merge(&a, 1)->sampleCount(), 1);
-    ListPtr spread = makeList(chans, {surface(1, 0.4f, 0.8f, 1), surface(1.0000001f, 0.6f, 0.8f, 2)});
-    EXPECT_EQ(simple(chans, 0.0)->merge(&spread, 1)->sampleCount(), 2);
-}
-
-TEST(DeepCompressorSimpleMerge, OpacityToleranceJoinsNearlyTransparentNeighbours)
-{
-    ChannelsPtr chans = colourOpacityId();
-    // Weighted opacities 0.25 + 0.25 reach the tolerance 0.5 exactly: joined.
-    ListPtr a = makeList(chans, {surface(1, 0.1f, 0.25f, 1), surface(2, 0.2f, 0.25f, 2)});
-    ListPtr out = simple(chans, 0.001, 0.5)->merge(&a, 1);
-    ASSERT_EQ(out->sampleCount(), 1);
-    expectSample(*out, 0, 1, 2, 0, 1, {0.3f, 0.3f, 0.3f, 0.5f, 1});
-    // Just above it: two samples.
-    ListPtr b = makeList(chans, {surface(1, 0.1f, 0.25f, 1), surface(2, 0.2f, 0.2501f, 2)});
-    EXPECT_EQ(simple(chans, 0.001, 0.5)->merge(&b, 1)->sampleCount(), 2);
-    // The list weight counts: with two entries the same opacities weigh half.
-    ListPtr lists[] = {b, ListPtr()};
-    EXPECT_EQ(simple(chans, 0.001, 0.5)->merge(lists, 2)->sampleCount(), 1);
-    // The default tolerance, 1/32: 0.015 + 0.015 joins, 0.02 + 0.02 does not.
-    ListPtr c = makeList(chans, {surface(1, 0.1f, 0.015f, 1), surface(5, 0.2f, 0.015f, 2)});
-    ListPtr d = makeList(chans, {surface(1, 0.1f, 0.02f, 1), surface(5, 0.2f, 0.02f, 2)});
-    EXPECT_EQ(make("default", chans)->merge(&c, 1)->sampleCount(), 1);
-    EXPECT_EQ(make("default", chans)->merge(&d, 1)->sampleCount(), 2);
-    // The bound keeps growing over the group: a third faint sample splits.
-    ListPtr e = makeList(chans, {surface(1, 0.1f, 0.2f, 1), surface(2, 0.2f, 0.2f, 2), surface(3, 0.2f, 0.2f, 3)});
-    ListPtr out3 = simple(chans, 0.001, 0.5)->merge(&e, 1);
-    ASSERT_EQ(out3->sampleCount(), 2);
-    EXPECT_FLOAT_EQ(out3->zfront(1), 3.0f);
+    for (const Case &c : cases)
+    {
+        ListPtr out;
+        if (c.zbias < 0)
+        {
+            ListPtr l = makeList(chans, c.lists[0]);
+            out = make("default", chans)->merge(&l, 1);
+        }
+        else
+            out = mergeOf(chans, c.lists, c.zbias, c.ofbias);
+        ASSERT_TRUE(out) << c.what;
+        EXPECT_EQ(out->sampleCount(), c.count) << c.what;
+    }
 }
 
 TEST(DeepCompressorSimpleMerge, EveryOpacityComponentMustStayWithinTheTolerance)
@@ -575,62 +507,6 @@ TEST(DeepCompressorSimpleMerge, HoldoutsAndVisibleSamplesNeverJoin)
     ListPtr mattes = simple(chans)->merge(both, 2);
     ASSERT_EQ(mattes->sampleCount(), 1);
     EXPECT_TRUE(mattes->isMatte(0));
-}
-
-TEST(DeepCompressorSimpleMerge, ALoneVolumeKeepsItsExtent)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {volume(1, 2, 0.6f, 0.5f, 3, 0x5)});
-    ListPtr out = simple(chans)->merge(&a, 1);
-    ASSERT_EQ(out->sampleCount(), 1);
-    expectSample(*out, 0, 1, 2, 0x01, 0x5, {0.6f, 0.6f, 0.6f, 0.5f, 3});
-    EXPECT_TRUE(out->isVolume(0));
-}
-
-TEST(DeepCompressorSimpleMerge, AVolumeIsSplitAtTheMidpointBeforeTheNextSurface)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {volume(0, 4, 4.0f, 0.8f, 1, 0x1)});
-    ListPtr b = makeList(chans, {surface(2, 1.0f, 0.5f, 2, 0x2)});
-    ListPtr lists[] = {a, b};
-    ListPtr out = simple(chans)->merge(lists, 2);
-    ASSERT_TRUE(out);
-    ASSERT_EQ(out->sampleCount(), 2);
-    // Split at (0 + 2) / 2 = 1: r = (4 - 1) / 4, so a quarter of the volume
-    // (weight 0.5 x 0.25) in front and three quarters (0.5 x 0.75) behind.
-    const float w0 = 0.5f * 0.25f, w1 = 0.5f * 0.75f;
-    expectSample(*out, 0, 0, 1, 0x01, 0x1, {4 * w0, 4 * w0, 4 * w0, 0.8f * w0, 1});
-    // The surface (weight 0.5) outweighs the volume's rest: its id wins.
-    const float c1 = 0.5f * 1.0f + 4 * w1, a1 = 0.5f * 0.5f + 0.8f * w1;
-    expectSample(*out, 1, 1, 4, 0x01, 0x3, {c1, c1, c1, a1, 2});
-}
-
-TEST(DeepCompressorSimpleMerge, OverlappingVolumesShareTheGroupBehindTheSplit)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {volume(1, 3, 2.0f, 0.6f, 10, 0x1)});
-    ListPtr b = makeList(chans, {volume(2, 4, 1.0f, 0.4f, 20, 0x2)});
-    ListPtr lists[] = {a, b};
-    ListPtr out = simple(chans)->merge(lists, 2);
-    ASSERT_EQ(out->sampleCount(), 2);
-    // Split at 1.5: r = 0.75 of the first volume lies behind.
-    const float w0 = 0.5f * 0.25f, w1 = 0.5f * 0.75f;
-    expectSample(*out, 0, 1, 1.5f, 0x01, 0x1, {2 * w0, 2 * w0, 2 * w0, 0.6f * w0, 10});
-    // The first volume's rest arrives first, but the second volume's full
-    // weight 0.5 is larger, so its identifier replaces the first one.
-    const float c1 = 2 * w1 + 0.5f * 1.0f, a1 = 0.6f * w1 + 0.5f * 0.4f;
-    expectSample(*out, 1, 1.5f, 4, 0x01, 0x3, {c1, c1, c1, a1, 20});
-}
-
-TEST(DeepCompressorSimpleMerge, AVolumeEndingWhereASampleStartsClosesFirst)
-{
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr a = makeList(chans, {volume(1, 2, 1.0f, 0.5f, 1), surface(2, 1.0f, 0.5f, 2)});
-    ListPtr out = simple(chans)->merge(&a, 1);
-    ASSERT_EQ(out->sampleCount(), 2);
-    // Split at (2 + 2) / 2: the whole volume stays in front.
-    expectSample(*out, 0, 1, 2, 0x01, 1, {1, 1, 1, 0.5f, 1});
-    expectSample(*out, 1, 2, 2, 0x00, 1, {1, 1, 1, 0.5f, 2});
 }
 
 TEST(DeepCompressorSimpleMerge, IdentifiersAreNeverBlended)

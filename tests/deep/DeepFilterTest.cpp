@@ -1,25 +1,17 @@
 // Sample filters: null, monochrome and the compositing pair.
-#include <IMB/IMB_DeepSampleFilter.h>
+#include "DeepTestUtil.h"
 
-#include <gtest/gtest.h>
+#include <IMB/IMB_DeepSampleFilter.h>
 
 #include <thread>
 #include <vector>
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 using FilterPtr = BAS_IntrusivePtr<IMB_DeepSampleFilter>;
 
-ChannelsPtr layout()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel("Of", 3);
-    c->addChannel("id", 2, true);
-    return c;
-}
+ChannelsPtr layout() { return channels({{"C", 3}, {"Of", 3}, {"id", 2, true}}); }
 
 ListPtr sampleList(const ChannelsPtr &chans, int n, bool composited)
 {

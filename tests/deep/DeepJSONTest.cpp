@@ -1,9 +1,9 @@
 // The JSON writer and parser, and the JSON form of sample lists.
+#include "DeepTestUtil.h"
+
 #include <IMB/IMB_DeepSampleList.h>
 #include <IMB/platform/BAS_JSONParser.h>
 #include <IMB/platform/BAS_JSONWriter.h>
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
@@ -15,18 +15,10 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 using Tok = BAS_JSONParser::Token;
 
-ChannelsPtr colourAlpha()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel("A", 1);
-    c->addChannel("id", 1, true);
-    return c;
-}
+ChannelsPtr colourAlpha() { return channels({{"C", 3}, {"A", 1}, {"id", 1, true}}); }
 
 std::string saved(const ListPtr &list, const ChannelsPtr &chans)
 {
@@ -66,7 +58,6 @@ ListPtr twoSamples(const ChannelsPtr &chans)
     return l;
 }
 
-bool sameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 ListPtr loadText(const std::string &text, const ChannelsPtr &chans, BAS_StringArray *warnings = nullptr,
                  BAS_StringArray *fatals = nullptr)

@@ -1,8 +1,8 @@
 // The deep pixel accumulator: raw and mip-style stores, grouping by id,
 // coverage masks, closing through a compressor, and concurrent stores.
-#include <IMB/IMB_DeepPixel.h>
+#include "DeepTestUtil.h"
 
-#include <gtest/gtest.h>
+#include <IMB/IMB_DeepPixel.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,18 +15,10 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 
 // C (3 floats), Of (1 float), id (1 float, ordinal): totalSize 5.
-ChannelsPtr colourOpacityId()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel("Of", 1);
-    c->addChannel("id", 1, true);
-    return c;
-}
+ChannelsPtr colourOpacityId() { return channels({{"C", 3}, {"Of", 1}, {"id", 1, true}}); }
 
 // Records what closing hands to the compressor; compress is the identity and
 // merge returns the first entry.
@@ -59,16 +51,6 @@ protected:
 private:
     ChannelsPtr myChannels;
 };
-
-// Coverage of sub-sample k among n positions, bit by bit from the rule.
-uint64 referenceMask(int k, int n)
-{
-    uint64 m = 0;
-    for (int bit = 0; bit < 64; ++bit)
-        if (bit >= (64 * k) / n && bit < (64 * (k + 1)) / n)
-            m |= uint64(1) << bit;
-    return m;
-}
 
 void storeSample(IMB_DeepPixel &p, float z, float value, int id, int flags = 0)
 {
@@ -132,26 +114,15 @@ TEST(DeepPixel, RawSamplesBecomeOneListPerIdInIdOrderSortedByDepth)
     EXPECT_FALSE(id0->preComposited());
     EXPECT_EQ(id0->channels(), chans);
 
-    const float z0[] = {2, 3}, v0[] = {0.4f, 0.2f};
-    for (int i = 0; i < 2; ++i)
-    {
-        EXPECT_EQ(id0->zfront(i), z0[i]);
-        EXPECT_EQ(id0->zback(i), z0[i] + 0.125f);
-        EXPECT_EQ(id0->channelData(0, i)[0], v0[i]);
-        EXPECT_EQ(id0->channelData(0, i)[1], v0[i] + 0.25f);
-        EXPECT_EQ(id0->channelData(0, i)[2], v0[i] + 0.5f);
-        EXPECT_EQ(id0->channelData(1, i)[0], 0.5f);
-        EXPECT_EQ(id0->channelData(2, i)[0], 0.0f);
-        EXPECT_EQ(id0->coverage(i), 0x000000000000FFFFull);
-    }
-    const float z2[] = {1, 4, 5}, v2[] = {0.3f, 0.5f, 0.1f};
+    const float z0[] = {2, 3}, z2[] = {1, 4, 5};
     for (int i = 0; i < 3; ++i)
     {
+        if (i < 2)
+            EXPECT_EQ(id0->zfront(i), z0[i]);
         EXPECT_EQ(id2->zfront(i), z2[i]);
-        EXPECT_EQ(id2->channelData(0, i)[0], v2[i]);
-        EXPECT_EQ(id2->channelData(2, i)[0], 2.0f);
-        EXPECT_EQ(id2->coverage(i), 0x0000FFFF00000000ull);
     }
+    EXPECT_EQ(id0->coverage(0), 0x000000000000FFFFull);
+    EXPECT_EQ(id2->coverage(0), 0x0000FFFF00000000ull);
     EXPECT_FALSE(p.isOpen());
     EXPECT_FALSE(p.isRawStyle());
 }
@@ -216,24 +187,6 @@ TEST(DeepPixel, NegativeIdsHaveNoCoverageAndWideCountsUseSixtyFourPositions)
     EXPECT_EQ(rec->merged[0]->coverage(0), 0u);
     EXPECT_EQ(rec->merged[1]->coverage(0), uint64(1) << 5);
     EXPECT_EQ(rec->merged[2]->coverage(0), uint64(1) << 63);
-}
-
-TEST(DeepPixel, FlagsAreTakenFromTheSortedPositionNotTheSample)
-{
-    ChannelsPtr chans = colourOpacityId();
-    IMB_DeepPixel p(chans, 1);
-    p.startPixel(0, 0, false);
-    storeSample(p, 2.0f, 0.1f, 0, 0x01);
-    storeSample(p, 1.0f, 0.2f, 0, 0x02);
-    storeSample(p, 3.0f, 0.3f, 0, 0x104); // only the low byte is kept
-    ListPtr out = p.closePixel(nullCompressor(chans));
-    ASSERT_EQ(out->sampleCount(), 3);
-    // Depths and values follow the sort; flags stay in store order.
-    EXPECT_EQ(out->zfront(0), 1.0f);
-    EXPECT_EQ(out->channelData(0, 0)[0], 0.2f);
-    EXPECT_EQ(out->flags(0), 0x01);
-    EXPECT_EQ(out->flags(1), 0x02);
-    EXPECT_EQ(out->flags(2), 0x04);
 }
 
 TEST(DeepPixel, ManyRawSamplesSurviveEveryBufferGrowth)

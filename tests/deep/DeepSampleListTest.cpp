@@ -1,7 +1,7 @@
 // Sample lists: storage layout, resizing, plane copies, sample arithmetic, dump.
-#include <IMB/IMB_DeepSampleList.h>
+#include "DeepTestUtil.h"
 
-#include <gtest/gtest.h>
+#include <IMB/IMB_DeepSampleList.h>
 
 #include <cstdint>
 #include <cstring>
@@ -10,20 +10,12 @@
 
 namespace
 {
-using ChannelsPtr = BAS_IntrusivePtr<IMB_DeepChannelList>;
-using ListPtr = BAS_IntrusivePtr<IMB_DeepSampleList>;
+using namespace deeptest;
 
 constexpr float kBig = 3.4028235e38f;
 
 // C (3 floats), A (1 float), id (1 float, ordinal): totalSize 5.
-ChannelsPtr colourAlphaId()
-{
-    ChannelsPtr c(new IMB_DeepChannelList);
-    c->addChannel("C", 3);
-    c->addChannel("A", 1);
-    c->addChannel("id", 1, true);
-    return c;
-}
+ChannelsPtr colourAlphaId() { return channels({{"C", 3}, {"A", 1}, {"id", 1, true}}); }
 
 // Fills sample i with values derived from a seed so that every value differs.
 void setSample(IMB_DeepSampleList &l, int i, float seed, uint8 flags = 0, uint64 cov = 0)
@@ -42,9 +34,7 @@ void setSample(IMB_DeepSampleList &l, int i, float seed, uint8 flags = 0, uint64
 
 std::string dumpOf(const IMB_DeepSampleList &l, const ChannelsPtr &chans, const char *label, int start, int end)
 {
-    testing::internal::CaptureStderr();
-    l.dump(chans, label, start, end);
-    return testing::internal::GetCapturedStderr();
+    return capturedStderr([&] { l.dump(chans, label, start, end); });
 }
 
 std::string addressOf(const void *p)
@@ -193,16 +183,7 @@ TEST(DeepSampleList, CopyConstructorSharesChannelsAndCopiesTheCountedSamples)
     EXPECT_TRUE(b->preComposited());
     EXPECT_EQ(b->channels().get(), chans.get());
     for (int i = 0; i < 3; ++i)
-    {
-        EXPECT_EQ(b->zfront(i), a->zfront(i));
-        EXPECT_EQ(b->zback(i), a->zback(i));
-        EXPECT_EQ(b->flags(i), a->flags(i));
-        EXPECT_EQ(b->coverage(i), a->coverage(i));
-        for (int c = 0; c < 3; ++c)
-            EXPECT_EQ(b->channelData(0, i)[c], a->channelData(0, i)[c]);
-        EXPECT_EQ(b->channelData(1, i)[0], a->channelData(1, i)[0]);
-        EXPECT_EQ(b->channelData(2, i)[0], a->channelData(2, i)[0]);
-    }
+        expectSameSample(*b, i, *a, i);
     EXPECT_NE(b->zfrontBuffer(), a->zfrontBuffer());
 }
 
