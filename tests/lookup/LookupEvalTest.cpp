@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -41,20 +43,7 @@ struct LookupTestAccess
 namespace
 {
 using Access = imb_detail::LookupTestAccess;
-
-IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
-
-// Linear interpolation of a sample array at a position clamped to its ends.
-double refSample(const std::vector<double> &t, double pos)
-{
-    const int last = static_cast<int>(t.size()) - 1;
-    if (!(pos > 0))
-        return t[0];
-    if (pos >= last)
-        return t[last];
-    const int i = static_cast<int>(std::floor(pos));
-    return t[i] + (t[i + 1] - t[i]) * (pos - i);
-}
+using namespace lookup_test;
 
 // A table of three distinct tracks of n samples.
 IMB_Lookup makeRgb(int n, std::vector<double> tracks[3])
@@ -160,51 +149,6 @@ TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
 }
 
 // --------------------------------------------------------------- cubes
-
-struct RefCube
-{
-    int n;
-    std::vector<float> v; // n^3 triples, red fastest
-    float at(int r, int g, int b, int c) const
-    {
-        r = std::min(r, n - 1), g = std::min(g, n - 1), b = std::min(b, n - 1);
-        return v[3 * (r + n * g + n * n * b) + c];
-    }
-    // Trilinear at sample positions, red then green then blue, skipping
-    // fractions up to 1e-5.
-    void lookup(double pr, double pg, double pb, float out[3]) const
-    {
-        auto split = [&](double p, int &i, double &f) {
-            p = std::min(std::max(p, 0.0), static_cast<double>(n - 1));
-            i = static_cast<int>(std::floor(p));
-            f = p - i;
-            if (f <= 1e-5)
-                f = 0.0;
-        };
-        int ir, ig, ib;
-        double fr, fg, fb;
-        split(pr, ir, fr), split(pg, ig, fg), split(pb, ib, fb);
-        for (int c = 0; c < 3; ++c)
-        {
-            auto lr = [&](int g, int b) {
-                return at(ir, g, b, c) + (at(ir + 1, g, b, c) - at(ir, g, b, c)) * fr;
-            };
-            const double y0 = lr(ig, ib) + (lr(ig + 1, ib) - lr(ig, ib)) * fg;
-            const double y1 = lr(ig, ib + 1) + (lr(ig + 1, ib + 1) - lr(ig, ib + 1)) * fg;
-            out[c] = static_cast<float>(y0 + (y1 - y0) * fb);
-        }
-    }
-};
-
-RefCube randomCube(int n, unsigned seed)
-{
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> d(-0.2f, 1.2f);
-    RefCube c{n, std::vector<float>(3 * n * n * n)};
-    for (float &x : c.v)
-        x = d(gen);
-    return c;
-}
 
 TEST(LookupEval, CubeIsTrilinearWithClampedInputsAndPaddedTopFaces)
 {
