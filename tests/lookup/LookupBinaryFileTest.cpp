@@ -61,26 +61,13 @@ struct Bytes
 
 std::string saveBinary(const IMB_Lookup &lut, bool half)
 {
-    char *buffer = nullptr;
-    size_t size = 0;
-    FILE *fp = open_memstream(&buffer, &size);
-    EXPECT_TRUE(lut.saveBinary(fp, half));
-    std::fclose(fp);
-    std::string bytes(buffer, size);
-    std::free(buffer);
-    return bytes;
+    return writtenBy([&](FILE *fp) { return lut.saveBinary(fp, half); });
 }
 
 // Loads `bytes`; the messages printed go to `messages`.
 bool loadBinary(IMB_Lookup &lut, const std::string &bytes, std::string &messages, bool headerOnly = false)
 {
-    std::string copy = bytes;
-    FILE *fp = copy.empty() ? std::tmpfile() : fmemopen(copy.data(), copy.size(), "rb");
-    testing::internal::CaptureStderr();
-    const bool ok = lut.loadBinary(fp, headerOnly);
-    messages = testing::internal::GetCapturedStderr();
-    std::fclose(fp);
-    return ok;
+    return readFrom(bytes, messages, [&](FILE *fp) { return lut.loadBinary(fp, headerOnly); });
 }
 
 // Loads `bytes` expecting no message.

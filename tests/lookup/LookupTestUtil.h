@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -62,6 +63,32 @@ inline std::string readFile(const std::string &path)
         bytes.append(buffer, n);
     std::fclose(fp);
     return bytes;
+}
+
+// What `write(FILE *)` writes, captured in memory.
+template <typename Write> std::string writtenBy(Write write)
+{
+    char *buffer = nullptr;
+    size_t size = 0;
+    FILE *fp = open_memstream(&buffer, &size);
+    EXPECT_TRUE(write(fp));
+    std::fclose(fp);
+    std::string bytes(buffer, size);
+    std::free(buffer);
+    return bytes;
+}
+
+// Runs `read(FILE *)` over `bytes`; what it prints to standard error goes to
+// `messages`.
+template <typename Read> bool readFrom(const std::string &bytes, std::string &messages, Read read)
+{
+    std::string copy = bytes;
+    FILE *fp = copy.empty() ? std::tmpfile() : fmemopen(copy.data(), copy.size(), "rb");
+    testing::internal::CaptureStderr();
+    const bool ok = read(fp);
+    messages = testing::internal::GetCapturedStderr();
+    std::fclose(fp);
+    return ok;
 }
 
 // Linear interpolation of a sample array at a position clamped to its ends.

@@ -20,28 +20,13 @@ using namespace lookup_test;
 // The text the writer produces for `lut`.
 std::string saveText(const IMB_Lookup &lut)
 {
-    char *buffer = nullptr;
-    size_t size = 0;
-    FILE *fp = open_memstream(&buffer, &size);
-    EXPECT_TRUE(lut.save(fp));
-    std::fclose(fp);
-    std::string text(buffer, size);
-    std::free(buffer);
-    return text;
+    return writtenBy([&](FILE *fp) { return lut.save(fp); });
 }
 
 // Loads `text` into `lut`; the reader's messages are returned in `messages`.
 bool loadText(IMB_Lookup &lut, const std::string &text, std::string &messages, bool headerOnly = false)
 {
-    std::string copy = text;
-    FILE *fp = fmemopen(copy.empty() ? nullptr : copy.data(), copy.size(), "r");
-    if (!fp)
-        fp = std::tmpfile();
-    testing::internal::CaptureStderr();
-    const bool ok = lut.load(fp, headerOnly);
-    messages = testing::internal::GetCapturedStderr();
-    std::fclose(fp);
-    return ok;
+    return readFrom(text, messages, [&](FILE *fp) { return lut.load(fp, headerOnly); });
 }
 
 bool loadText(IMB_Lookup &lut, const std::string &text)
