@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -38,46 +40,32 @@ extern "C" const char *__tsan_default_suppressions()
 
 namespace
 {
-IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
+using namespace lookup_test;
 
 // --------------------------------------------------------------- formats
 
+// kTol: distance from .5 within which an integer result may round either way.
 template <IMB_DataFormat F> struct Fmt;
-template <> struct Fmt<IMB_INT8>
+#define LOOKUP_TEST_FMT(F, V, INT, WHITE, SCALE, TOL)                                                                \
+    template <> struct Fmt<F>                                                                                        \
+    {                                                                                                                \
+        using T = V;                                                                                                 \
+        static constexpr bool kInt = INT;                                                                            \
+        static constexpr double kWhite = WHITE, kPointScale = SCALE, kTol = TOL;                                     \
+    };
+LOOKUP_TEST_FMT(IMB_INT8, uint8, true, 255.0, 255.0, 1e-3)
+LOOKUP_TEST_FMT(IMB_INT16, uint16, true, 65535.0, 65535.0, 0.15)
+LOOKUP_TEST_FMT(IMB_INT32, uint32, true, 4294967295.0, 2147483648.0, 1e-3)
+LOOKUP_TEST_FMT(IMB_FLOAT32, float, false, 1.0, 1.0, 0.0)
+LOOKUP_TEST_FMT(IMB_FLOAT16, half16, false, 1.0, 1.0, 0.0)
+#undef LOOKUP_TEST_FMT
+
+// Component c of pixel i of `a` has the same bytes as component cb of `b`.
+bool sameComp(const IMB_Raster &a, const IMB_Raster &b, int64 i, int c, int cb)
 {
-    using T = uint8;
-    static constexpr bool kInt = true;
-    static constexpr double kWhite = 255.0, kPointScale = 255.0;
-    static constexpr double kTol = 1e-3; // distance from .5 that counts as a tie
-};
-template <> struct Fmt<IMB_INT16>
-{
-    using T = uint16;
-    static constexpr bool kInt = true;
-    static constexpr double kWhite = 65535.0, kPointScale = 65535.0;
-    static constexpr double kTol = 0.15;
-};
-template <> struct Fmt<IMB_INT32>
-{
-    using T = uint32;
-    static constexpr bool kInt = true;
-    static constexpr double kWhite = 4294967295.0, kPointScale = 2147483648.0;
-    static constexpr double kTol = 1e-3;
-};
-template <> struct Fmt<IMB_FLOAT32>
-{
-    using T = float;
-    static constexpr bool kInt = false;
-    static constexpr double kWhite = 1.0, kPointScale = 1.0;
-    static constexpr double kTol = 0.0;
-};
-template <> struct Fmt<IMB_FLOAT16>
-{
-    using T = half16;
-    static constexpr bool kInt = false;
-    static constexpr double kWhite = 1.0, kPointScale = 1.0;
-    static constexpr double kTol = 0.0;
-};
+    const int64 w = a.getXres();
+    return std::memcmp(a.getPixel(i % w, i / w, c), b.getPixel(i % w, i / w, cb), imbDefinesDepth[a.getFormat()]) == 0;
+}
 
 template <IMB_DataFormat F> double readComp(const IMB_Raster &r, int64 i, int c)
 {
@@ -155,14 +143,6 @@ struct Settings
     }
 };
 
-double refLerp(const std::vector<double> &t, double pos)
-{
-    const int last = static_cast<int>(t.size()) - 1;
-    pos = std::min(std::max(pos, 0.0), static_cast<double>(last));
-    const int i = static_cast<int>(std::floor(pos));
-    return i < last ? t[i] + (t[i + 1] - t[i]) * (pos - i) : t[last];
-}
-
 double refLog(double x) { return x > 0 ? std::log(x) : 0.0; }
 
 // Scaled points of an integer format.
@@ -218,7 +198,7 @@ template <IMB_DataFormat F> double ref1D(double v, const std::vector<double> &t,
     const int last = static_cast<int>(t.size()) - 1;
     const double pos = s.log ? (refLog(x) - refLog(s.dmin)) * last / (refLog(s.dmax) - refLog(s.dmin))
                              : (x - s.dmin) * last / (s.dmax - s.dmin);
-    return refOut<F>(refLerp(t, pos), s);
+    return refOut<F>(refSample(t, pos), s);
 }
 
 // Compares a stored result with the reference value (before rounding).
@@ -343,10 +323,7 @@ TYPED_TEST(LookupApplyFormat, OneDTablesFollowTheScalarRuleForEveryVariantAndPac
                                                   std::to_string(type) + " comp " + std::to_string(c) +
                                                   " in " + std::to_string(in);
                         if (c == 3 && type == IMB_LUT_RGB)
-                            ASSERT_EQ(std::memcmp(r.getPixel(i % 29, i / 29, 3), before.getPixel(i % 29, i / 29, 3),
-                                                  imbDefinesDepth[F]),
-                                      0)
-                                << where;
+                            ASSERT_TRUE(sameComp(r, before, i, 3, 3)) << where;
                         else
                             expectStored<F>(got, ref1D<F>(in, tracks[type == IMB_LUT_ALL ? 0 : c], s), where);
                     }
@@ -380,53 +357,9 @@ TYPED_TEST(LookupApplyFormat, OneChannelIsComputedAndCopiedIntoTheColourChannels
             if (src == 3)
                 expectStored<F>(readComp<F>(r, i, 3), want, "alpha");
             else
-                ASSERT_EQ(std::memcmp(r.getPixel(i % 13, i / 13, 3), before.getPixel(i % 13, i / 13, 3),
-                                      imbDefinesDepth[F]),
-                          0);
+                ASSERT_TRUE(sameComp(r, before, i, 3, 3));
         }
     }
-}
-
-// Independent trilinear reference over an unpadded cube.
-struct RefCube
-{
-    int n;
-    std::vector<float> v;
-    double at(int r, int g, int b, int c) const
-    {
-        r = std::min(r, n - 1), g = std::min(g, n - 1), b = std::min(b, n - 1);
-        return v[3 * (r + n * g + n * n * b) + c];
-    }
-    void lookup(const double pos[3], double out[3]) const
-    {
-        int i[3];
-        double f[3];
-        for (int k = 0; k < 3; ++k)
-        {
-            const double p = std::min(std::max(pos[k], 0.0), static_cast<double>(n - 1));
-            i[k] = static_cast<int>(std::floor(p));
-            f[k] = p - i[k];
-            if (f[k] <= 1e-5)
-                f[k] = 0.0;
-        }
-        for (int c = 0; c < 3; ++c)
-        {
-            auto lr = [&](int g, int b) { return at(i[0], g, b, c) + (at(i[0] + 1, g, b, c) - at(i[0], g, b, c)) * f[0]; };
-            const double y0 = lr(i[1], i[2]) + (lr(i[1] + 1, i[2]) - lr(i[1], i[2])) * f[1];
-            const double y1 = lr(i[1], i[2] + 1) + (lr(i[1] + 1, i[2] + 1) - lr(i[1], i[2] + 1)) * f[1];
-            out[c] = y0 + (y1 - y0) * f[2];
-        }
-    }
-};
-
-RefCube randomCube(int n, unsigned seed)
-{
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> d(-0.1f, 1.1f);
-    RefCube c{n, std::vector<float>(3 * n * n * n)};
-    for (float &x : c.v)
-        x = std::round(d(gen) * 4096.0f) / 4096.0f;
-    return c;
 }
 
 enum class CubeMode
@@ -439,7 +372,7 @@ enum class CubeMode
 TYPED_TEST(LookupApplyFormat, CubesFollowTheTrilinearRuleOrLeave32BitIntegersAlone)
 {
     constexpr IMB_DataFormat F = TypeParam::value;
-    const RefCube cube = randomCube(6, 11);
+    const RefCube cube = randomCube(6, 11, -0.1f, 1.1f, true);
     const std::vector<double> pre = {0.0, 0.05, 0.3, 0.5, 0.9, 1.0};
     for (CubeMode mode : {CubeMode::Linear, CubeMode::Log, CubeMode::PreTable})
         for (float gamma : {1.0f, 2.2f})
@@ -491,7 +424,7 @@ TYPED_TEST(LookupApplyFormat, CubesFollowTheTrilinearRuleOrLeave32BitIntegersAlo
                         else if (mode == CubeMode::PreTable)
                         {
                             x = std::isnan(x) ? s.dmin : std::min(std::max(x, double(s.dmin)), double(s.dmax));
-                            pos[c] = 5 * refLerp(pre, (x - s.dmin) * 5 / (s.dmax - s.dmin));
+                            pos[c] = 5 * refSample(pre, (x - s.dmin) * 5 / (s.dmax - s.dmin));
                         }
                         else
                             pos[c] = 5 * (std::isnan(x) ? 0.0 : std::min(std::max(x, 0.0), 1.0));
@@ -501,16 +434,11 @@ TYPED_TEST(LookupApplyFormat, CubesFollowTheTrilinearRuleOrLeave32BitIntegersAlo
                     for (int c = 0; c < 3; ++c)
                     {
                         if (hasNan) // float pixels with a NaN are left unchanged
-                            ASSERT_EQ(std::memcmp(r.getPixel(i % 31, i / 31, c), before.getPixel(i % 31, i / 31, c),
-                                                  imbDefinesDepth[F]),
-                                      0)
-                                << where;
+                            ASSERT_TRUE(sameComp(r, before, i, c, c)) << where;
                         else
                             expectStored<F>(readComp<F>(r, i, c), refOut<F>(out[c], s), where);
                     }
-                    ASSERT_EQ(std::memcmp(r.getPixel(i % 31, i / 31, 3), before.getPixel(i % 31, i / 31, 3),
-                                          imbDefinesDepth[F]),
-                              0);
+                    ASSERT_TRUE(sameComp(r, before, i, 3, 3));
                 }
             }
 }
@@ -554,7 +482,7 @@ TYPED_TEST(LookupApplyFormat, RastersAboveOneHundredThousandPixelsSplitWithIdent
 
 TEST(LookupApply, ChannelThreeWithACubeOnlyCopiesAlpha)
 {
-    const RefCube cube = randomCube(4, 2);
+    const RefCube cube = randomCube(4, 2, -0.1f, 1.1f, true);
     IMB_Lookup lut;
     lut.set3DLUT(4, cube.v.data());
     IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 7, 3, 1, 1);
@@ -577,7 +505,7 @@ TEST(LookupApply, ChannelThreeWithACubeOnlyCopiesAlpha)
 
 TEST(LookupApply, CubeChannelIsAppliedThenSpread)
 {
-    const RefCube cube = randomCube(4, 3);
+    const RefCube cube = randomCube(4, 3, -0.1f, 1.1f, true);
     IMB_Lookup lut;
     lut.set3DLUT(4, cube.v.data());
     IMB_Raster r(PACK_RGB, IMB_FLOAT32, 5, 1, 1, 1);
@@ -628,7 +556,7 @@ TEST(LookupApply, TablesLeaveRastersWithoutMemoryOrChannelsAlone)
         lut->applyLUT(f, 1.0f, 0.0f, 1.0f, 2);
         for (int64 i = 0; i < 6; ++i)
             for (int c = 0; c < 4; ++c)
-                EXPECT_EQ(std::memcmp(f.getPixel(i % 3, i / 3, c), fBefore.getPixel(i % 3, i / 3, c == 3 ? 3 : 2), 4), 0);
+                EXPECT_TRUE(sameComp(f, fBefore, i, c, c == 3 ? 3 : 2));
     }
 
     // A single-channel raster gets only the red table; the slack after the
@@ -657,7 +585,7 @@ TEST(LookupApply, EmptyDomainsAndNanGammaDoNotCrash)
 TEST(LookupApply, ConcurrentApplicationsOfOneTableMatchSequentialOnes)
 {
     IMB_Lookup curve(IMB_Lookup::BuildSRGB, IMB_Lookup::FORWARD, 1024);
-    const RefCube c = randomCube(17, 5);
+    const RefCube c = randomCube(17, 5, -0.1f, 1.1f, true);
     IMB_Lookup cube;
     cube.set3DLUT(17, c.v.data());
     const int kThreads = 4;

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,8 @@
 
 namespace
 {
+using namespace lookup_test;
+
 // Builds a file image field by field, little-endian.
 struct Bytes
 {
@@ -57,26 +61,13 @@ struct Bytes
 
 std::string saveBinary(const IMB_Lookup &lut, bool half)
 {
-    char *buffer = nullptr;
-    size_t size = 0;
-    FILE *fp = open_memstream(&buffer, &size);
-    EXPECT_TRUE(lut.saveBinary(fp, half));
-    std::fclose(fp);
-    std::string bytes(buffer, size);
-    std::free(buffer);
-    return bytes;
+    return writtenBy([&](FILE *fp) { return lut.saveBinary(fp, half); });
 }
 
 // Loads `bytes`; the messages printed go to `messages`.
 bool loadBinary(IMB_Lookup &lut, const std::string &bytes, std::string &messages, bool headerOnly = false)
 {
-    std::string copy = bytes;
-    FILE *fp = copy.empty() ? std::tmpfile() : fmemopen(copy.data(), copy.size(), "rb");
-    testing::internal::CaptureStderr();
-    const bool ok = lut.loadBinary(fp, headerOnly);
-    messages = testing::internal::GetCapturedStderr();
-    std::fclose(fp);
-    return ok;
+    return readFrom(bytes, messages, [&](FILE *fp) { return lut.loadBinary(fp, headerOnly); });
 }
 
 // Loads `bytes` expecting no message.
@@ -88,33 +79,11 @@ bool loadBinary(IMB_Lookup &lut, const std::string &bytes, bool headerOnly = fal
     return ok;
 }
 
-std::vector<double> track(const IMB_Lookup &lut, int index)
-{
-    const CRV_Track *t = lut.getLUT().getTrack(index);
-    if (!t || !t->getData())
-        return {};
-    return std::vector<double>(t->getData(), t->getData() + t->getLength());
-}
-
-float cubeAt(const IMB_Lookup &lut, int i, int j, int k, int c)
-{
-    const int e = lut.get3DSize() + 1;
-    return lut.get3DLUT()[3 * (i + e * j + e * e * k) + c];
-}
-
 std::string dataFile(const char *name)
 {
     const std::string path = std::string(IMB_TEST_DATA_DIR) + "/lookup/binary/" + name;
-    FILE *fp = std::fopen(path.c_str(), "rb");
-    EXPECT_NE(fp, nullptr) << path;
-    std::string bytes;
-    if (!fp)
-        return bytes;
-    char buffer[4096];
-    std::size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, fp)) > 0)
-        bytes.append(buffer, n);
-    std::fclose(fp);
+    const std::string bytes = readFile(path);
+    EXPECT_NE(bytes, "") << path;
     return bytes;
 }
 } // namespace
@@ -380,24 +349,7 @@ TEST(LookupBinaryReader, CubeIsPaddedLikeSet3DLUT)
     }
     IMB_Lookup lut;
     ASSERT_TRUE(loadBinary(lut, b.data));
-    ASSERT_EQ(lut.get3DSize(), n);
-    for (int k = 0; k <= n; ++k)
-        for (int j = 0; j <= n; ++j)
-            for (int i = 0; i <= n; ++i)
-                for (int c = 0; c < 3; ++c)
-                {
-                    const int si = std::min(i, n - 1), sj = std::min(j, n - 1), sk = std::min(k, n - 1);
-                    ASSERT_EQ(cubeAt(lut, i, j, k, c), rgb[3 * (si + n * sj + n * n * sk) + c]);
-                }
-}
-
-TEST(LookupBinaryReader, CubeEdgeZeroLoadsAsNoCube)
-{
-    IMB_Lookup lut;
-    ASSERT_TRUE(loadBinary(lut, dataFile("cube_empty.blut")));
-    EXPECT_EQ(lut.getType(), IMB_LUT_3D);
-    EXPECT_FALSE(lut.is3DLUT());
-    EXPECT_EQ(lut.get3DSize(), 0);
+    expectPaddedCube(lut, rgb, n);
 }
 
 TEST(LookupBinaryReader, CheckedInFilesLoad)
@@ -429,6 +381,12 @@ TEST(LookupBinaryReader, CheckedInFilesLoad)
     EXPECT_EQ(pre.get3DSize(), 3);
     EXPECT_EQ(cubeAt(pre, 2, 1, 0, 0), 0.5f);
     EXPECT_EQ(cubeAt(pre, 2, 1, 0, 1), 0.25f);
+
+    IMB_Lookup empty; // cube edge 0 loads as no cube
+    ASSERT_TRUE(loadBinary(empty, dataFile("cube_empty.blut")));
+    EXPECT_EQ(empty.getType(), IMB_LUT_3D);
+    EXPECT_FALSE(empty.is3DLUT());
+    EXPECT_EQ(empty.get3DSize(), 0);
 }
 
 // ---------------------------------------------------------------- round trips

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -41,20 +43,7 @@ struct LookupTestAccess
 namespace
 {
 using Access = imb_detail::LookupTestAccess;
-
-IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
-
-// Linear interpolation of a sample array at a position clamped to its ends.
-double refSample(const std::vector<double> &t, double pos)
-{
-    const int last = static_cast<int>(t.size()) - 1;
-    if (!(pos > 0))
-        return t[0];
-    if (pos >= last)
-        return t[last];
-    const int i = static_cast<int>(std::floor(pos));
-    return t[i] + (t[i + 1] - t[i]) * (pos - i);
-}
+using namespace lookup_test;
 
 // A table of three distinct tracks of n samples.
 IMB_Lookup makeRgb(int n, std::vector<double> tracks[3])
@@ -161,49 +150,17 @@ TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
 
 // --------------------------------------------------------------- cubes
 
-struct RefCube
+// eval3DLUT of `in` against the reference at sample positions pos(in).
+template <typename Pos> void expectCube(const IMB_Lookup &lut, const RefCube &ref, const float in[3], Pos pos, double tol)
 {
-    int n;
-    std::vector<float> v; // n^3 triples, red fastest
-    float at(int r, int g, int b, int c) const
-    {
-        r = std::min(r, n - 1), g = std::min(g, n - 1), b = std::min(b, n - 1);
-        return v[3 * (r + n * g + n * n * b) + c];
-    }
-    // Trilinear at sample positions, red then green then blue, skipping
-    // fractions up to 1e-5.
-    void lookup(double pr, double pg, double pb, float out[3]) const
-    {
-        auto split = [&](double p, int &i, double &f) {
-            p = std::min(std::max(p, 0.0), static_cast<double>(n - 1));
-            i = static_cast<int>(std::floor(p));
-            f = p - i;
-            if (f <= 1e-5)
-                f = 0.0;
-        };
-        int ir, ig, ib;
-        double fr, fg, fb;
-        split(pr, ir, fr), split(pg, ig, fg), split(pb, ib, fb);
-        for (int c = 0; c < 3; ++c)
-        {
-            auto lr = [&](int g, int b) {
-                return at(ir, g, b, c) + (at(ir + 1, g, b, c) - at(ir, g, b, c)) * fr;
-            };
-            const double y0 = lr(ig, ib) + (lr(ig + 1, ib) - lr(ig, ib)) * fg;
-            const double y1 = lr(ig, ib + 1) + (lr(ig + 1, ib + 1) - lr(ig, ib + 1)) * fg;
-            out[c] = static_cast<float>(y0 + (y1 - y0) * fb);
-        }
-    }
-};
-
-RefCube randomCube(int n, unsigned seed)
-{
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> d(-0.2f, 1.2f);
-    RefCube c{n, std::vector<float>(3 * n * n * n)};
-    for (float &x : c.v)
-        x = d(gen);
-    return c;
+    float got[3] = {in[0], in[1], in[2]}, want[3];
+    lut.eval3DLUT(got);
+    ref.lookup(pos(in[0]), pos(in[1]), pos(in[2]), want);
+    for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(got[c], want[c], tol) << in[0] << " " << in[1] << " " << in[2];
+    float viaEval[3] = {in[0], in[1], in[2]};
+    lut.evalLUT(viaEval); // cube types evaluate through the cube
+    EXPECT_EQ(viaEval[0], got[0]);
 }
 
 TEST(LookupEval, CubeIsTrilinearWithClampedInputsAndPaddedTopFaces)
@@ -216,18 +173,9 @@ TEST(LookupEval, CubeIsTrilinearWithClampedInputsAndPaddedTopFaces)
     std::vector<std::array<float, 3>> inputs = {{0, 0, 0}, {1, 1, 1}, {0.5f, 1, 0.25f}, {-1, 2, 0.75f}};
     for (int i = 0; i < 200; ++i)
         inputs.push_back({d(gen), d(gen), d(gen)});
+    auto pos = [&](float c) { return 4.0 * std::min(std::max<double>(c, 0.0), 1.0); };
     for (const auto &in : inputs)
-    {
-        float got[3] = {in[0], in[1], in[2]}, want[3];
-        lut.eval3DLUT(got);
-        auto pos = [&](float c) { return 4.0 * std::min(std::max<double>(c, 0.0), 1.0); };
-        ref.lookup(pos(in[0]), pos(in[1]), pos(in[2]), want);
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(got[c], want[c], 2e-6) << in[0] << " " << in[1] << " " << in[2];
-        float viaEval[3] = {in[0], in[1], in[2]};
-        lut.evalLUT(viaEval); // cube types evaluate through the cube
-        EXPECT_EQ(viaEval[0], got[0]);
-    }
+        expectCube(lut, ref, in.data(), pos, 2e-6);
 }
 
 TEST(LookupEval, CubeFractionOfFiveMillionthsTakesTheLowerSample)
@@ -254,17 +202,14 @@ TEST(LookupEval, LogCubeAndPreTableCubeMapInputsBeforeTheLookup)
     lut.setLogSampling(true);
     lut.setDomain(0.01f, 10.0f);
     const double lo = std::log(0.01), hi = std::log(10.0);
+    auto logPos = [&](float c) {
+        const double v = std::min(std::max<double>(c, 0.01), 10.0);
+        return (std::log(v) - lo) * 3.0 / (hi - lo);
+    };
     for (float x : {0.001f, 0.01f, 0.05f, 0.7f, 3.0f, 10.0f, 50.0f})
     {
-        float got[3] = {x, 0.2f, 5.0f}, want[3];
-        auto pos = [&](float c) {
-            const double v = std::min(std::max<double>(c, 0.01), 10.0);
-            return (std::log(v) - lo) * 3.0 / (hi - lo);
-        };
-        ref.lookup(pos(x), pos(0.2f), pos(5.0f), want);
-        lut.eval3DLUT(got);
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(got[c], want[c], 1e-5) << x;
+        const float in[3] = {x, 0.2f, 5.0f};
+        expectCube(lut, ref, in, logPos, 1e-5);
     }
 
     IMB_Lookup pre;
@@ -274,17 +219,14 @@ TEST(LookupEval, LogCubeAndPreTableCubeMapInputsBeforeTheLookup)
     std::copy(p.begin(), p.end(), pre.getRawLUT(T(32))); // the shared pre-table
     pre.set3DLUT(ref.n, ref.v.data());
     pre.setDomain(0.0f, 2.0f);
+    auto prePos = [&](float c) {
+        const double v = std::min(std::max<double>(c, 0.0), 2.0);
+        return 3.0 * refSample(p, v * 4.0 / 2.0);
+    };
     for (float x : {-1.0f, 0.0f, 0.3f, 1.1f, 2.0f, 3.0f})
     {
-        float got[3] = {x, 1.0f, 0.5f}, want[3];
-        auto pos = [&](float c) {
-            const double v = std::min(std::max<double>(c, 0.0), 2.0);
-            return 3.0 * refSample(p, v * 4.0 / 2.0);
-        };
-        ref.lookup(pos(x), pos(1.0f), pos(0.5f), want);
-        pre.eval3DLUT(got);
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(got[c], want[c], 1e-5) << x;
+        const float in[3] = {x, 1.0f, 0.5f};
+        expectCube(pre, ref, in, prePos, 1e-5);
     }
 }
 

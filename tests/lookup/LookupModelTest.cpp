@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <atomic>
 #include <cmath>
 #include <mutex>
@@ -15,7 +17,7 @@
 
 namespace
 {
-IMB_LookupType T(int v) { return static_cast<IMB_LookupType>(v); }
+using namespace lookup_test;
 
 // --------------------------------------------------------------- curves
 
@@ -101,18 +103,15 @@ TEST(ThreadedAlgorithm, RunsEveryPartOnceAndOnePartOnTheCallingThread)
 
 // --------------------------------------------------------------- defaults and kinds
 
-TEST(LookupModel, StartsAsAnEmptyAllTable)
+// The state of a new or reset table: an empty "All" table over 0-1.
+void expectDefaults(const IMB_Lookup &lut)
 {
-    IMB_Lookup lut;
     EXPECT_EQ(lut.getType(), IMB_LUT_ALL);
     EXPECT_EQ(lut.getNumChannels(), 0);
     EXPECT_FALSE(lut.isValid());
     EXPECT_FALSE(lut.is3DLUT());
-    IMB_DataFormat f = IMB_INT8;
+    IMB_DataFormat f;
     EXPECT_FALSE(lut.hasSpecificFormat(f));
-    lut.setSpecificFormat(IMB_INT16);
-    EXPECT_TRUE(lut.hasSpecificFormat(f));
-    EXPECT_EQ(f, IMB_INT16);
     float a, b;
     lut.getDomain(a, b);
     EXPECT_EQ(a, 0.0f);
@@ -122,6 +121,7 @@ TEST(LookupModel, StartsAsAnEmptyAllTable)
     EXPECT_EQ(b, 1.0f);
     EXPECT_EQ(lut.getBlackPoint(), 0.0f);
     EXPECT_EQ(lut.getWhitePoint(), 1.0f);
+    EXPECT_EQ(lut.getLogBias(), 0.0f);
     EXPECT_FALSE(lut.getLogSampling());
     EXPECT_FALSE(lut.isHalfPrec());
 }
@@ -330,9 +330,10 @@ TEST(LookupModel, CubeOn3DPlus1DKeepsThePreTable)
     EXPECT_EQ(lut.getNumChannels(), 2);
 }
 
-TEST(LookupModel, ResetAndCopyRestoreOrDuplicateEveryField)
+TEST(LookupModel, StartsEmptyAndResetAndCopyRestoreOrDuplicateEveryField)
 {
     IMB_Lookup lut;
+    expectDefaults(lut);
     lut.setType(IMB_LUT_RGB);
     lut.setTableSize(5);
     lut.getRawLUT(IMB_LUT_B)[4] = 2.0;
@@ -343,6 +344,9 @@ TEST(LookupModel, ResetAndCopyRestoreOrDuplicateEveryField)
     lut.setLogBias(3.0f);
     lut.setSpecificFormat(IMB_INT8);
     lut.setHalfPrec(true);
+    IMB_DataFormat f;
+    EXPECT_TRUE(lut.hasSpecificFormat(f));
+    EXPECT_EQ(f, IMB_INT8);
 
     IMB_Lookup copy(lut);
     EXPECT_EQ(copy.getType(), lut.getType());
@@ -352,21 +356,7 @@ TEST(LookupModel, ResetAndCopyRestoreOrDuplicateEveryField)
     EXPECT_TRUE(copy.isHalfPrec());
 
     lut.reset();
-    EXPECT_EQ(lut.getType(), IMB_LUT_ALL);
-    EXPECT_EQ(lut.getNumChannels(), 0);
-    float a, b;
-    lut.getDomain(a, b);
-    EXPECT_EQ(a, 0.0f);
-    EXPECT_EQ(b, 1.0f);
-    lut.getRange(a, b);
-    EXPECT_EQ(a, 0.0f);
-    EXPECT_EQ(b, 1.0f);
-    EXPECT_EQ(lut.getBlackPoint(), 0.0f);
-    EXPECT_EQ(lut.getWhitePoint(), 1.0f);
-    EXPECT_EQ(lut.getLogBias(), 0.0f);
-    IMB_DataFormat f;
-    EXPECT_FALSE(lut.hasSpecificFormat(f));
-    EXPECT_FALSE(lut.isHalfPrec());
+    expectDefaults(lut);
 }
 
 // --------------------------------------------------------------- display hooks

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +20,8 @@
 
 namespace
 {
+using namespace lookup_test;
+
 class LookupPath : public testing::Test
 {
 protected:
@@ -36,19 +40,6 @@ protected:
 
     std::string path(const std::string &name) const { return myDir + "/" + name; }
 
-    static std::string readFile(const std::string &p)
-    {
-        std::string bytes;
-        FILE *fp = std::fopen(p.c_str(), "rb");
-        if (!fp)
-            return bytes;
-        char buffer[4096];
-        std::size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, fp)) > 0)
-            bytes.append(buffer, n);
-        std::fclose(fp);
-        return bytes;
-    }
     static void writeFile(const std::string &p, const std::string &bytes)
     {
         FILE *fp = std::fopen(p.c_str(), "wb");
@@ -71,14 +62,6 @@ protected:
         return lut;
     }
 
-    static std::vector<double> track0(const IMB_Lookup &lut)
-    {
-        const CRV_Track *t = lut.getLUT().getTrack(0);
-        if (!t || !t->getData())
-            return {};
-        return std::vector<double>(t->getData(), t->getData() + t->getLength());
-    }
-
     std::string myDir;
 };
 } // namespace
@@ -95,10 +78,10 @@ TEST_F(LookupPath, ExtensionChoosesTheFormAndOnlyLutOrBlutCanBeLoaded)
 
     IMB_Lookup text, binary, other;
     EXPECT_TRUE(text.load(path("a.lut").c_str(), false));
-    EXPECT_EQ(track0(text), track0(lut));
+    EXPECT_EQ(track(text, 0), track(lut, 0));
     EXPECT_TRUE(binary.load(path("a.blut").c_str(), false));
     EXPECT_TRUE(binary.isHalfPrec());
-    EXPECT_EQ(track0(binary), track0(lut)); // quarters are exact halves
+    EXPECT_EQ(track(binary, 0), track(lut, 0)); // quarters are exact halves
     // Saved as text, but a load by path refuses the name (kept as designed).
     EXPECT_FALSE(other.load(path("a.txt").c_str(), false));
     // Text content under a binary name is not read as text.
@@ -129,7 +112,7 @@ TEST_F(LookupPath, VariablesInThePathAreExpanded)
     EXPECT_TRUE(exists(path("x.blut")));
     IMB_Lookup back;
     EXPECT_TRUE(back.load("${IMB_TEST_LUT_DIR}/x${IMB_TEST_LUT_UNSET}.blut", false));
-    EXPECT_EQ(track0(back), track0(lut));
+    EXPECT_EQ(track(back, 0), track(lut, 0));
     // A "$" that starts no name, and an unclosed "${", stay as written.
     ASSERT_TRUE(lut.save("$IMB_TEST_LUT_DIR/cost$.lut", false));
     EXPECT_TRUE(exists(path("cost$.lut")));
@@ -177,7 +160,7 @@ TEST_F(LookupPath, HeaderOnlyLoadByPathReadsNoSamples)
         IMB_Lookup lut;
         ASSERT_TRUE(lut.load(path(name).c_str(), true)) << name;
         EXPECT_EQ(lut.getTableSize(), 9) << name;
-        EXPECT_EQ(track0(lut), std::vector<double>(9, 0.0)) << name;
+        EXPECT_EQ(track(lut, 0), std::vector<double>(9, 0.0)) << name;
     }
 }
 
@@ -186,16 +169,8 @@ TEST_F(LookupPath, LoadByPathCorrectsTheTableAndLoadFromAFileDoesNot)
     // A reversed domain: the path load swaps domain and range ends.
     IMB_Lookup reversed = ramp(2);
     reversed.setRange(0.25f, 0.75f);
-    std::string bytes;
-    {
-        char *buffer = nullptr;
-        size_t size = 0;
-        FILE *fp = open_memstream(&buffer, &size);
-        reversed.saveBinary(fp, false);
-        std::fclose(fp);
-        bytes.assign(buffer, size);
-        std::free(buffer);
-    }
+    ASSERT_TRUE(reversed.save(path("fwd.blut").c_str(), false));
+    const std::string bytes = readFile(path("fwd.blut"));
     // Domain minimum and maximum are at offsets 16 and 20: exchange them.
     std::string swapped = bytes;
     swapped.replace(16, 4, bytes.substr(20, 4));
@@ -303,13 +278,13 @@ TEST_F(LookupPath, FiltersRunThroughAPipeAndBlutInTheExtensionSelectsBinary)
     IMB_Lookup text, binary;
     ASSERT_TRUE(text.load(path("t.lut.gz").c_str(), false));
     ASSERT_TRUE(binary.load(path("b.blut.gz").c_str(), false));
-    ASSERT_EQ(track0(text).size(), 6u);
-    ASSERT_EQ(track0(binary).size(), 6u);
+    ASSERT_EQ(track(text, 0).size(), 6u);
+    ASSERT_EQ(track(binary, 0).size(), 6u);
     for (int i = 0; i < 6; ++i)
     {
         // Fifths print exactly with "%g"; both forms read them as floats.
-        EXPECT_EQ(track0(text)[i], double(float(i / 5.0))) << i;
-        EXPECT_EQ(track0(binary)[i], double(float(i / 5.0))) << i;
+        EXPECT_EQ(track(text, 0)[i], double(float(i / 5.0))) << i;
+        EXPECT_EQ(track(binary, 0)[i], double(float(i / 5.0))) << i;
     }
 }
 
@@ -362,7 +337,7 @@ TEST_F(LookupPath, HostileFileNamesReachTheFilterAsOneQuotedArgument)
         EXPECT_TRUE(exists(name)) << name;
         IMB_Lookup back;
         EXPECT_TRUE(back.load(name, false)) << name;
-        EXPECT_EQ(track0(back), track0(lut)) << name;
+        EXPECT_EQ(track(back, 0), track(lut, 0)) << name;
     }
     for (int i = 1; i <= 7; ++i)
         EXPECT_FALSE(exists("pwned" + std::to_string(i))) << i;

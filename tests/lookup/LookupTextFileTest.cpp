@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "LookupTestUtil.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,31 +15,18 @@
 
 namespace
 {
+using namespace lookup_test;
+
 // The text the writer produces for `lut`.
 std::string saveText(const IMB_Lookup &lut)
 {
-    char *buffer = nullptr;
-    size_t size = 0;
-    FILE *fp = open_memstream(&buffer, &size);
-    EXPECT_TRUE(lut.save(fp));
-    std::fclose(fp);
-    std::string text(buffer, size);
-    std::free(buffer);
-    return text;
+    return writtenBy([&](FILE *fp) { return lut.save(fp); });
 }
 
 // Loads `text` into `lut`; the reader's messages are returned in `messages`.
 bool loadText(IMB_Lookup &lut, const std::string &text, std::string &messages, bool headerOnly = false)
 {
-    std::string copy = text;
-    FILE *fp = fmemopen(copy.empty() ? nullptr : copy.data(), copy.size(), "r");
-    if (!fp)
-        fp = std::tmpfile();
-    testing::internal::CaptureStderr();
-    const bool ok = lut.load(fp, headerOnly);
-    messages = testing::internal::GetCapturedStderr();
-    std::fclose(fp);
-    return ok;
+    return readFrom(text, messages, [&](FILE *fp) { return lut.load(fp, headerOnly); });
 }
 
 bool loadText(IMB_Lookup &lut, const std::string &text)
@@ -55,14 +44,6 @@ double throughG(double v)
     char text[64];
     std::snprintf(text, sizeof text, "%g", v);
     return static_cast<double>(std::strtof(text, nullptr));
-}
-
-std::vector<double> track(const IMB_Lookup &lut, int index)
-{
-    const CRV_Track *t = lut.getLUT().getTrack(index);
-    if (!t || !t->getData())
-        return {};
-    return std::vector<double>(t->getData(), t->getData() + t->getLength());
 }
 
 // A 1D table of `type` with `size` samples per track, track t holding
@@ -93,12 +74,6 @@ std::vector<float> rampCube(int n)
     return rgb;
 }
 
-// The padded cube sample (i, j, k) of edge n, component c.
-float cubeAt(const IMB_Lookup &lut, int i, int j, int k, int c)
-{
-    const int e = lut.get3DSize() + 1;
-    return lut.get3DLUT()[3 * (i + e * j + e * e * k) + c];
-}
 } // namespace
 
 // ---------------------------------------------------------------- writer
@@ -312,13 +287,12 @@ TEST(LookupTextReader, CheckedInBadFilesFailWithTheirMessages)
     };
     for (const Case &c : cases)
     {
-        FILE *fp = std::fopen((std::string(IMB_TEST_DATA_DIR) + "/lookup/text/" + c.file).c_str(), "r");
-        ASSERT_NE(fp, nullptr) << c.file;
+        const std::string text = readFile(std::string(IMB_TEST_DATA_DIR) + "/lookup/text/" + c.file);
+        ASSERT_NE(text, "") << c.file;
         IMB_Lookup lut;
-        testing::internal::CaptureStderr();
-        EXPECT_FALSE(lut.load(fp, false));
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.messages);
-        std::fclose(fp);
+        std::string messages;
+        EXPECT_FALSE(loadText(lut, text, messages));
+        EXPECT_EQ(messages, c.messages);
     }
 }
 
@@ -439,31 +413,33 @@ TEST(LookupTextReader, TypeKeepsTheLogFlagExceptForCubeWithPreTable)
     EXPECT_EQ(pre.getNumChannels(), 1);
 }
 
-TEST(LookupTextReader, RgbaGetsThreeTracksSoItsAlphaBlockOverwritesRed)
+TEST(LookupTextReader, BlockLabelsSelectTracks)
 {
-    IMB_Lookup lut;
-    EXPECT_TRUE(loadText(lut, "Version 1\nType RGBA\nLength 2\nLUT:\nR { 1 2 }\nG { 3 4 }\nB { 5 6 }\nA { 7 8 }\n"));
-    EXPECT_EQ(lut.getNumChannels(), 3);
-    EXPECT_EQ(track(lut, 0), (std::vector<double>{7, 8}));
-    EXPECT_EQ(track(lut, 1), (std::vector<double>{3, 4}));
-    EXPECT_EQ(track(lut, 2), (std::vector<double>{5, 6}));
+    struct Case
+    {
+        const char *text;
+        std::vector<std::vector<double>> tracks;
+    };
+    const Case cases[] = {
+        // "RGBA" gets three tracks, so its alpha block overwrites red.
+        {"Version 1\nType RGBA\nLength 2\nLUT:\nR { 1 2 }\nG { 3 4 }\nB { 5 6 }\nA { 7 8 }\n", {{7, 8}, {3, 4}, {5, 6}}},
+        // Labels ignore case; an unknown label selects track 0.
+        {"Version 1\nType RGB\nLength 1\nLUT:\nb { 3 }\ng { 2 }\nRed { 1 }\n", {{1}, {2}, {3}}},
+        // Blocks may start on the "LUT:" line.
+        {"Version 1\nType C\nLength 2\nLUT: RGB { 0.5 1 }\n", {{0.5, 1}, {0, 0}, {0, 0}}},
+    };
+    for (const Case &c : cases)
+    {
+        IMB_Lookup lut;
+        EXPECT_TRUE(loadText(lut, c.text)) << c.text;
+        ASSERT_EQ(lut.getNumChannels(), static_cast<int>(c.tracks.size())) << c.text;
+        for (std::size_t t = 0; t < c.tracks.size(); ++t)
+            EXPECT_EQ(track(lut, static_cast<int>(t)), c.tracks[t]) << c.text << " track " << t;
+    }
 }
 
-TEST(LookupTextReader, LabelsSelectTracksAndUnknownLabelsSelectTrackZero)
-{
-    IMB_Lookup lut;
-    EXPECT_TRUE(loadText(lut, "Version 1\nType RGB\nLength 1\nLUT:\nb { 3 }\ng { 2 }\nRed { 1 }\n"));
-    EXPECT_EQ(track(lut, 0), std::vector<double>{1});
-    EXPECT_EQ(track(lut, 1), std::vector<double>{2});
-    EXPECT_EQ(track(lut, 2), std::vector<double>{3});
-}
 
-TEST(LookupTextReader, BlocksMayStartOnTheLutLine)
-{
-    IMB_Lookup lut;
-    EXPECT_TRUE(loadText(lut, "Version 1\nType C\nLength 2\nLUT: RGB { 0.5 1 }\n"));
-    EXPECT_EQ(track(lut, 0), (std::vector<double>{0.5, 1}));
-}
+
 
 TEST(LookupTextReader, HeaderOnlyStopsAtTheLutLine)
 {
@@ -504,18 +480,7 @@ TEST(LookupTextReader, CubeIsPaddedAsItsTriplesArrive)
     text += "}\n";
     IMB_Lookup lut;
     ASSERT_TRUE(loadText(lut, text));
-    ASSERT_EQ(lut.get3DSize(), n);
-    ASSERT_NE(lut.get3DLUT(), nullptr);
-    // Every padded index reads the real sample at min(index, n - 1).
-    for (int k = 0; k <= n; ++k)
-        for (int j = 0; j <= n; ++j)
-            for (int i = 0; i <= n; ++i)
-                for (int c = 0; c < 3; ++c)
-                {
-                    const int si = std::min(i, n - 1), sj = std::min(j, n - 1), sk = std::min(k, n - 1);
-                    ASSERT_EQ(cubeAt(lut, i, j, k, c), rgb[3 * (si + n * sj + n * n * sk) + c])
-                        << i << " " << j << " " << k;
-                }
+    expectPaddedCube(lut, rgb, n);
 }
 
 TEST(LookupTextReader, PreTableValuesAreClampedToTheUnitInterval)
@@ -544,13 +509,8 @@ TEST(LookupTextReader, LargestLengthsAreAccepted)
 TEST(LookupTextReader, CheckedInFilesLoad)
 {
     auto load = [](IMB_Lookup &lut, const char *name) {
-        FILE *fp = std::fopen((std::string(IMB_TEST_DATA_DIR) + "/lookup/text/" + name).c_str(), "r");
-        EXPECT_NE(fp, nullptr) << name;
-        if (!fp)
-            return false;
-        const bool ok = lut.load(fp, false);
-        std::fclose(fp);
-        return ok;
+        const std::string text = readFile(std::string(IMB_TEST_DATA_DIR) + "/lookup/text/" + name);
+        return !text.empty() && loadText(lut, text);
     };
     IMB_Lookup all;
     ASSERT_TRUE(load(all, "all_square.lut"));
