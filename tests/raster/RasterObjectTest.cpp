@@ -303,32 +303,26 @@ TEST(RasterObject, CopyConstructorTakesShapeTagsNamesPointsAndPixels)
     src.setTextureID(nullptr);
 }
 
-TEST(RasterObject, CopyAndAssignmentReplaceEverything)
+TEST(RasterObject, CopyAndAssignmentReplaceEverythingAndCopyPropertiesLeavesNoMemory)
 {
     IMB_Raster src = makeDecorated();
-    IMB_Raster c(PACK_SINGLE, IMB_FLOAT32, 100, 100);
+    IMB_Raster c(PACK_SINGLE, IMB_FLOAT32, 100, 100), d, props(PACK_RGB, IMB_INT8, 8, 8);
     c.copy(src);
-    expectSameContent(c, src);
-    EXPECT_EQ(std::memcmp(c.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
-    EXPECT_TRUE(c.getDataWritten());
-
-    IMB_Raster d;
     d = src;
-    expectSameContent(d, src);
-    EXPECT_EQ(std::memcmp(d.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
+    for (IMB_Raster *r : {&c, &d})
+    {
+        expectSameContent(*r, src);
+        EXPECT_EQ(std::memcmp(r->getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
+    }
+    EXPECT_TRUE(c.getDataWritten());
     d = d; // self-assignment changes nothing
     EXPECT_EQ(std::memcmp(d.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
-}
 
-TEST(RasterObject, CopyPropertiesLeavesTheRasterWithoutMemory)
-{
-    IMB_Raster src = makeDecorated();
-    IMB_Raster c(PACK_RGB, IMB_INT8, 8, 8);
-    c.copyProperties(src);
-    expectSameContent(c, src);
-    EXPECT_EQ(c.isValid(), 0);
-    c.init();
-    EXPECT_EQ(c.getSize(), src.getSize());
+    props.copyProperties(src);
+    expectSameContent(props, src);
+    EXPECT_EQ(props.isValid(), 0);
+    props.init();
+    EXPECT_EQ(props.getSize(), src.getSize());
 }
 
 TEST(RasterObject, CropConstructorTakesTheInclusiveRectangle)
