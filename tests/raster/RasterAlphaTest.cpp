@@ -490,9 +490,11 @@ void referenceSaturation(IMB_Raster &r, float s)
 
 TEST_P(RasterAlphaWalk, AdjustSaturationMatchesTheRuleOnRawComponents)
 {
+    // Non-colour packings and s within 1e-5 of one change nothing; alpha and
+    // padding are never touched.
     auto [packing, format] = GetParam();
     const bool colour = packing == PACK_RGB || packing == PACK_RGBA || packing == PACK_RGB_NI || packing == PACK_RGBA_NI;
-    for (float s : {0.0f, 0.5f, 2.0f, -1.0f, 1.5e-5f + 1.0f, kNaN, 1.000005f, 1000.0f})
+    for (float s : {0.0f, 0.5f, 1.0f, 2.0f, -1.0f, 1.5e-5f + 1.0f, kNaN, 1.000005f, 1000.0f})
     {
         IMB_Raster r(packing, format, 37, 9);
         fillInteresting(r, 99);
@@ -516,27 +518,4 @@ TEST(RasterSaturation, ZeroTurnsAnEightBitPixelGreyByTheWeights)
     const int grey = int(std::floor(0.3086 * 10 + 0.6094 * 200 + 0.082 * 30 + 0.5));
     for (int k = 3; k < 6; ++k)
         EXPECT_EQ(p[k], grey);
-}
-
-TEST(RasterSaturation, OneAndNonColourPackingsChangeNothing)
-{
-    for (IMB_Packing pk : {PACK_SINGLE, PACK_DUAL, PACK_UV, PACK_DUAL_NI, PACK_RGB})
-    {
-        IMB_Raster r(pk, IMB_INT8, 5, 3);
-        fillInteresting(r, 3);
-        IMB_Raster before(r);
-        r.adjustSaturation(pk == PACK_RGB ? 1.0f : 0.0f);
-        EXPECT_TRUE(sameBytes(r, before)) << IMBpacking(pk);
-    }
-}
-
-TEST(RasterSaturation, AlphaIsUntouched)
-{
-    IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 40, 1);
-    fillInteresting(r, 8);
-    IMB_Raster before(r);
-    r.adjustSaturation(0.3f);
-    const uint32 *a = static_cast<const uint32 *>(r.getPixels()), *b = static_cast<const uint32 *>(before.getPixels());
-    for (int i = 0; i < 40; ++i)
-        EXPECT_EQ(a[4 * i + 3], b[4 * i + 3]);
 }
