@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace
 {
@@ -125,57 +126,47 @@ TEST(Half, EveryHalfAndTheMidpointsAroundItRoundByTheRule)
     }
 }
 
-TEST(Half, HalfOfTheDroppedBitsRoundsUpInTheNormalRange)
+TEST(Half, BoundaryValuesRoundByTheRule)
 {
-    expectHalf(1.0f + std::ldexp(1.0f, -11), 0x3c01);                          // exactly half: up
-    expectHalf(1.0f + std::ldexp(1.0f, -11) - std::ldexp(1.0f, -23), 0x3c00); // just below half
-    expectHalf(1.0f + 3 * std::ldexp(1.0f, -11), 0x3c02);                      // half above an odd: up too
-    expectHalf(-(1.0f + std::ldexp(1.0f, -11)), 0xbc01);                       // in magnitude
-}
-
-TEST(Half, RoundingCarriesIntoTheExponent)
-{
-    expectHalf(std::nextafter(2.0f, 0.0f), 0x4000);  // 1.111...1 rounds to 2
-    expectHalf(2.0f - std::ldexp(1.0f, -11), 0x4000); // 2047.5 / 1024: the midpoint
-    expectHalf(2.0f - std::ldexp(1.0f, -10), 0x3fff); // largest half below 2
-}
-
-TEST(Half, LargestFiniteAndOverflowToInfinity)
-{
-    expectHalf(65504.0f, 0x7bff);
-    expectHalf(65519.0f, 0x7bff);
-    expectHalf(65520.0f, 0x7c00); // the midpoint to 65536 rounds up: infinity
-    expectHalf(-65520.0f, 0xfc00);
-    expectHalf(65536.0f, 0x7c00);
-    expectHalf(1e10f, 0x7c00);
-    expectHalf(std::numeric_limits<float>::max(), 0x7c00);
-    expectHalf(std::numeric_limits<float>::infinity(), 0x7c00);
-    expectHalf(-std::numeric_limits<float>::infinity(), 0xfc00);
-}
-
-TEST(Half, DenormalsRoundToNearestEven)
-{
-    expectHalf(std::ldexp(1.0f, -24), 0x0001);        // smallest denormal
-    expectHalf(std::ldexp(1.0f, -25), 0x0000);        // half of it: to even 0
-    expectHalf(std::ldexp(1.5f, -25), 0x0001);        // above half: up
-    expectHalf(std::ldexp(1.5f, -24), 0x0002);        // 1.5: to even 2
-    expectHalf(std::ldexp(2.5f, -24), 0x0002);        // 2.5: to even 2
-    expectHalf(std::ldexp(1023.5f, -24), 0x0400);     // rounds up into the normal range
-    expectHalf(std::ldexp(1.0f, -14), 0x0400);        // smallest normal
-    expectHalf(std::ldexp(1.0f, -26), 0x0000);
-    expectHalf(-std::ldexp(1.0f, -26), 0x8000);       // sign kept on underflow
-    expectHalf(std::numeric_limits<float>::denorm_min(), 0x0000);
-}
-
-TEST(Half, SignedZerosAndNaNs)
-{
-    expectHalf(0.0f, 0x0000);
-    expectHalf(-0.0f, 0x8000);
-    expectHalf(std::numeric_limits<float>::quiet_NaN(), 0x7e00);
-    expectHalf(-std::numeric_limits<float>::quiet_NaN(), 0xfe00);
-    // A NaN whose payload lies only in the dropped bits stays a NaN.
-    expectHalf(fromBits(0x7f800001u), 0x7e00);
-    expectHalf(fromBits(0xff800001u), 0xfe00);
+    // Halves of the dropped bits in the normal range round up in magnitude;
+    // carries reach the exponent and past 65504 give infinity; denormals
+    // round to nearest even; zeros keep their sign; NaNs stay NaN.
+    const std::pair<float, uint16> cases[] = {
+        {1.0f + std::ldexp(1.0f, -11), 0x3c01}, // exactly half: up
+        {1.0f + std::ldexp(1.0f, -11) - std::ldexp(1.0f, -23), 0x3c00}, // just below half
+        {1.0f + 3 * std::ldexp(1.0f, -11), 0x3c02}, // half above an odd: up too
+        {-(1.0f + std::ldexp(1.0f, -11)), 0xbc01}, // in magnitude
+        {std::nextafter(2.0f, 0.0f), 0x4000}, // 1.111...1 rounds to 2
+        {2.0f - std::ldexp(1.0f, -11), 0x4000}, // 2047.5 / 1024: the midpoint
+        {2.0f - std::ldexp(1.0f, -10), 0x3fff}, // largest half below 2
+        {65504.0f, 0x7bff},
+        {65519.0f, 0x7bff},
+        {65520.0f, 0x7c00}, // the midpoint to 65536 rounds up: infinity
+        {-65520.0f, 0xfc00},
+        {65536.0f, 0x7c00},
+        {1e10f, 0x7c00},
+        {std::numeric_limits<float>::max(), 0x7c00},
+        {std::numeric_limits<float>::infinity(), 0x7c00},
+        {-std::numeric_limits<float>::infinity(), 0xfc00},
+        {std::ldexp(1.0f, -24), 0x0001}, // smallest denormal
+        {std::ldexp(1.0f, -25), 0x0000}, // half of it: to even 0
+        {std::ldexp(1.5f, -25), 0x0001}, // above half: up
+        {std::ldexp(1.5f, -24), 0x0002}, // 1.5: to even 2
+        {std::ldexp(2.5f, -24), 0x0002}, // 2.5: to even 2
+        {std::ldexp(1023.5f, -24), 0x0400}, // rounds up into the normal range
+        {std::ldexp(1.0f, -14), 0x0400}, // smallest normal
+        {std::ldexp(1.0f, -26), 0x0000},
+        {-std::ldexp(1.0f, -26), 0x8000}, // sign kept on underflow
+        {std::numeric_limits<float>::denorm_min(), 0x0000},
+        {0.0f, 0x0000},
+        {-0.0f, 0x8000},
+        {std::numeric_limits<float>::quiet_NaN(), 0x7e00},
+        {-std::numeric_limits<float>::quiet_NaN(), 0xfe00},
+        {fromBits(0x7f800001u), 0x7e00}, // payload only in the dropped bits: still NaN
+        {fromBits(0xff800001u), 0xfe00},
+    };
+    for (auto [f, want] : cases)
+        expectHalf(f, want);
     EXPECT_EQ(half16::fromFloat(fromBits(0x7fc00000u)), 0x7e00); // top payload bit kept
 }
 

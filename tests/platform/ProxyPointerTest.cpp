@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-TEST(ProxyPointer, IndicesLookUpTheirPointerUntilFreed)
+TEST(ProxyPointer, IndicesLookUpTheirPointerUntilFreedAndAreThenReused)
 {
     int a = 0, b = 0;
     const int ia = BAS_ProxyPointer::allocProxy(&a);
@@ -20,17 +20,11 @@ TEST(ProxyPointer, IndicesLookUpTheirPointerUntilFreed)
     BAS_ProxyPointer::freeProxy(ia);
     EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ia), nullptr);
     EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ib), &b);
-    BAS_ProxyPointer::freeProxy(ib);
-}
-
-TEST(ProxyPointer, FreedIndicesAreReused)
-{
-    int a = 0, b = 0;
-    const int ia = BAS_ProxyPointer::allocProxy(&a);
-    BAS_ProxyPointer::freeProxy(ia);
-    const int ib = BAS_ProxyPointer::allocProxy(&b);
-    EXPECT_EQ(ib, ia);
-    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ib), &b);
+    int c = 0;
+    const int ic = BAS_ProxyPointer::allocProxy(&c); // the freed index is reused
+    EXPECT_EQ(ic, ia);
+    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ic), &c);
+    BAS_ProxyPointer::freeProxy(ic);
     BAS_ProxyPointer::freeProxy(ib);
 }
 

@@ -2,6 +2,7 @@
 // rectangles, flips and fills.
 #include <IMB/IMB.h>
 #include <IMB/platform/half16.h>
+#include "RasterTestUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -13,39 +14,7 @@
 
 namespace
 {
-const IMB_Packing theAllPackings[] = {PACK_SINGLE, PACK_DUAL,   PACK_DUAL_NI, PACK_RGB,
-                                      PACK_RGBA,   PACK_RGB_NI, PACK_RGBA_NI, PACK_UV};
-const IMB_DataFormat theAllFormats[] = {IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16};
-
-int64 bytesOf(IMB_DataFormat f)
-{
-    return f == IMB_INT8 ? 1 : (f == IMB_INT16 || f == IMB_FLOAT16) ? 2 : 4;
-}
-bool isPlanar(IMB_Packing p)
-{
-    return p == PACK_SINGLE || p == PACK_DUAL_NI || p == PACK_RGB_NI || p == PACK_RGBA_NI;
-}
-int64 planesOf(IMB_Packing p)
-{
-    return p == PACK_DUAL_NI ? 2 : p == PACK_RGB_NI ? 3 : p == PACK_RGBA_NI ? 4 : 1;
-}
-int64 stepOf(IMB_Packing p)
-{
-    return (p == PACK_DUAL || p == PACK_RGB) ? 3 : p == PACK_RGBA ? 4 : p == PACK_UV ? 2 : 1;
-}
-int valuesOf(IMB_Packing p)
-{
-    switch (p)
-    {
-    case PACK_SINGLE: return 1;
-    case PACK_DUAL:
-    case PACK_DUAL_NI:
-    case PACK_UV: return 2;
-    case PACK_RGB:
-    case PACK_RGB_NI: return 3;
-    default: return 4;
-    }
-}
+using namespace rastertest;
 
 // Byte offset of component c of pixel (x, y) from the first pixel, from the
 // layout rule.
@@ -55,6 +24,22 @@ int64 offsetOf(const IMB_Raster &r, int64 x, int64 y, int64 c)
     if (isPlanar(r.getPacking()) && r.getPacking() != PACK_SINGLE)
         return c * r.getYres() * r.getStride() + y * r.getStride() + x * b;
     return y * r.getStride() + (x * stepOf(r.getPacking()) + c) * b;
+}
+
+// Every pixel of every plane of dst holds src's pixel at (x + dx, y + dy), or
+// zero where src has no such pixel.
+void expectShifted(const IMB_Raster &dst, const IMB_Raster &src, int64 dx, int64 dy)
+{
+    const auto b = static_cast<std::size_t>(bytesOf(dst.getFormat()) * stepOf(dst.getPacking()));
+    const std::vector<unsigned char> zero(b, 0);
+    for (int64 k = 0; k < planesOf(dst.getPacking()); ++k)
+        for (int64 y = 0; y < dst.getYres(); ++y)
+            for (int64 x = 0; x < dst.getXres(); ++x)
+            {
+                const void *want = src.getPixel(x + dx, y + dy, k);
+                ASSERT_EQ(std::memcmp(dst.getPixel(x, y, k), want ? want : zero.data(), b), 0)
+                    << x << "," << y << "," << k;
+            }
 }
 
 uint64 rawAt(const IMB_Raster &r, int64 offset)
@@ -190,21 +175,6 @@ std::vector<float> probeValues()
     return v;
 }
 
-// A raster with every pixel byte set from a counter.
-IMB_Raster numbered(IMB_Packing p, IMB_DataFormat f, int64 w, int64 h, int seed = 1)
-{
-    IMB_Raster r(p, f, w, h);
-    auto *bytes = static_cast<unsigned char *>(r.getPixels());
-    for (int64 i = 0; i < r.getSize(); ++i)
-        bytes[i] = static_cast<unsigned char>(i * 13 + seed);
-    return r;
-}
-
-std::vector<unsigned char> bytesOfRaster(const IMB_Raster &r)
-{
-    const auto *b = static_cast<const unsigned char *>(r.getPixels());
-    return std::vector<unsigned char>(b, b + r.getSize());
-}
 } // namespace
 
 // ---------------------------------------------------------------- every shape
@@ -314,56 +284,30 @@ TEST_P(RasterAccessShape, InsertCopiesEveryPlaneOfTheClippedRectangle)
     IMB_Raster src = numbered(p, f, 3, 3, 5);
     IMB_Raster dst(p, f, 4, 4, 1);
     dst.insert(src, 2, -1); // overhangs right and bottom edges
-    const int64 b = bytesOf(f) * stepOf(p);
-    for (int64 k = 0; k < planesOf(p); ++k)
-        for (int64 y = 0; y < 4; ++y)
-            for (int64 x = 0; x < 4; ++x)
-            {
-                const bool inside = x >= 2 && y <= 1;
-                const void *got = dst.getPixel(x, y, k);
-                std::vector<unsigned char> want(static_cast<std::size_t>(b), 0);
-                if (inside)
-                    std::memcpy(want.data(), src.getPixel(x - 2, y + 1, k), static_cast<std::size_t>(b));
-                ASSERT_EQ(std::memcmp(got, want.data(), static_cast<std::size_t>(b)), 0) << x << "," << y << "," << k;
-            }
+    expectShifted(dst, src, -2, 1);
+    EXPECT_FALSE(dst.getDataWritten()); // insert leaves the written flag alone
 }
 
-TEST_P(RasterAccessShape, ClearWithNullZeroesEveryByte)
+TEST_P(RasterAccessShape, ClearWritesNothingPastThePixelsAndNullZeroesEveryByte)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster r = numbered(p, f, 3, 5);
-    r.clear(nullptr);
-    for (unsigned char b : bytesOfRaster(r))
-        ASSERT_EQ(b, 0);
-}
-
-TEST_P(RasterAccessShape, ClearWritesNothingPastThePixels)
-{
-    const auto [p, f] = GetParam();
-    IMB_Raster r(p, f, 7, 3);
+    IMB_Raster r = numbered(p, f, 7, 3);
     char *tail = static_cast<char *>(r.getPixels()) + r.getSize();
     std::memset(tail, 0x77, static_cast<std::size_t>(r.getStride() + 16));
     const unsigned char pixel[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     r.clear(pixel);
     for (int64 i = 0; i < r.getStride() + 16; ++i)
         ASSERT_EQ(tail[i], 0x77) << i;
+    r.clear(nullptr);
+    for (unsigned char b : bytesOfRaster(r))
+        ASSERT_EQ(b, 0);
+    for (int64 i = 0; i < r.getStride() + 16; ++i)
+        ASSERT_EQ(tail[i], 0x77) << i;
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAccessShape,
-                         ::testing::Combine(::testing::ValuesIn(theAllPackings), ::testing::ValuesIn(theAllFormats)),
-                         [](const auto &info) {
-                             return std::string(IMBpacking(std::get<0>(info.param))) + "_" +
-                                    IMBdataFormat(std::get<1>(info.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAccessShape, RASTER_ALL_SHAPES, shapeName);
 
 // ---------------------------------------------------------------- documented cases
-
-TEST(RasterAccess, PlaneAddressSkipsWholePlanes)
-{
-    IMB_Raster r(PACK_RGB_NI, IMB_INT16, 4, 2);
-    const char *base = static_cast<const char *>(r.getPixels());
-    EXPECT_EQ(static_cast<const char *>(r.getPixel(1, 1, 2)) - base, (2 * 2 + 1) * r.getStride() + 2);
-}
 
 TEST(RasterAccess, Int32StoresTwoToTheThirtyTwoSoOneWrapsToZero)
 {
@@ -393,16 +337,6 @@ TEST(RasterAccess, Int8StoresTheLowByteOfTheTruncatedProduct)
         r.setPixelValue(0, 0, &in);
         EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(0, 0)), want) << in;
     }
-}
-
-TEST(RasterAccess, Float16StoresPlainZeroForNegativeZero)
-{
-    IMB_Raster r(PACK_SINGLE, IMB_FLOAT16, 1, 1);
-    float in = -0.0f;
-    *static_cast<uint16 *>(r.getPixel(0, 0)) = 0x1234;
-    r.setPixelValue(0, 0, &in);
-    EXPECT_EQ(*static_cast<const uint16 *>(r.getPixel(0, 0)), 0);
-    EXPECT_EQ(half16::fromFloat(-0.0f), 0x8000); // the type itself keeps the sign
 }
 
 TEST(RasterAccess, SetPixelValueOnPlanesWritesAlongPlaneZero)
@@ -513,15 +447,7 @@ TEST(RasterAccess, ExtractAboveAndLeftOfTheSourceFillsTheRestWithZero)
     std::memset(dst.getPixels(), 0xee, 16);
     dst.extract(src, -2, -2, 1, 1);
     EXPECT_EQ(dst.getXres(), 4);
-    for (int64 y = 0; y < 4; ++y)
-        for (int64 x = 0; x < 4; ++x)
-        {
-            const uint8 got = *static_cast<const uint8 *>(dst.getPixel(x, y));
-            if (x >= 2 && y >= 2)
-                EXPECT_EQ(got, *static_cast<const uint8 *>(src.getPixel(x - 2, y - 2))) << x << "," << y;
-            else
-                EXPECT_EQ(got, 0) << x << "," << y;
-        }
+    expectShifted(dst, src, -2, -2);
 }
 
 TEST(RasterAccess, ExtractPastTheFarEdgesClipsEveryPlane)
@@ -531,16 +457,7 @@ TEST(RasterAccess, ExtractPastTheFarEdgesClipsEveryPlane)
     dst.extract(src, 2, 1, 5, 4);
     ASSERT_EQ(dst.getXres(), 4);
     ASSERT_EQ(dst.getYres(), 4);
-    for (int64 k = 0; k < 4; ++k)
-        for (int64 y = 0; y < 4; ++y)
-            for (int64 x = 0; x < 4; ++x)
-            {
-                const uint16 got = *static_cast<const uint16 *>(dst.getPixel(x, y, k));
-                if (x < 2 && y < 2)
-                    EXPECT_EQ(got, *static_cast<const uint16 *>(src.getPixel(x + 2, y + 1, k)));
-                else
-                    EXPECT_EQ(got, 0);
-            }
+    expectShifted(dst, src, 2, 1);
 }
 
 TEST(RasterAccess, ExtractEntirelyOutsideGivesZerosAndTakesTheSourceTags)
@@ -607,14 +524,6 @@ TEST(RasterAccess, InsertEntirelyOutsideTakesOnlyTheTag)
     dst.insert(src, -1, -1); // one pixel overlaps
     EXPECT_EQ(*static_cast<const uint8 *>(dst.getPixel(0, 0)), 0);
     EXPECT_EQ(*static_cast<const uint8 *>(dst.getPixel(1, 0)), before[1]);
-}
-
-TEST(RasterAccess, InsertLeavesTheWrittenFlagAlone)
-{
-    IMB_Raster src(PACK_SINGLE, IMB_INT8, 2, 2, 1);
-    IMB_Raster dst(PACK_SINGLE, IMB_INT8, 4, 4, 1);
-    dst.insert(src, 1, 1);
-    EXPECT_FALSE(dst.getDataWritten());
 }
 
 // ---------------------------------------------------------------- flip

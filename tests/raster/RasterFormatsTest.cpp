@@ -38,6 +38,7 @@ TEST(RasterFormats, TablesGiveBytesAndWhitePerFormat)
 
 TEST(RasterFormats, TablesGiveChannelsAndComponentsPerPacking)
 {
+    // Kept on purpose: PACK_DUAL stores three components.
     const int32 comp[8] = {1, 3, 2, 3, 4, 3, 4, 2};
     const int32 step[8] = {1, 3, 1, 3, 4, 1, 1, 2};
     for (int p = 0; p < 8; ++p)
@@ -45,15 +46,6 @@ TEST(RasterFormats, TablesGiveChannelsAndComponentsPerPacking)
         EXPECT_EQ(imbDefinesPComp[p], comp[p]) << p;
         EXPECT_EQ(imbDefinesPDepth[p], step[p]) << p;
     }
-}
-
-TEST(RasterFormats, DualPackingCountsThreeChannels)
-{
-    // Kept on purpose: PACK_DUAL stores three components.
-    EXPECT_EQ(imbDefinesPComp[PACK_DUAL], 3);
-    EXPECT_EQ(imbDefinesPDepth[PACK_DUAL], 3);
-    EXPECT_EQ(imbDefinesPComp[PACK_DUAL_NI], 2);
-    EXPECT_EQ(imbDefinesPComp[PACK_UV], 2);
 }
 
 TEST(RasterFormats, EnumeratorsKeepTheirNumbers)

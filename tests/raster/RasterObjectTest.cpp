@@ -2,6 +2,7 @@
 // plain properties.
 #include <IMB/IMB.h>
 #include <IMB/platform/BAS_ProxyPointer.h>
+#include "RasterTestUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -25,35 +26,7 @@ extern "C" const char *__tsan_default_options()
 
 namespace
 {
-// Sizes from the rule, written out independently of the library.
-struct Layout
-{
-    int64 stride;
-    int64 size;
-};
-
-Layout expectedLayout(IMB_Packing p, IMB_DataFormat f, int64 x, int64 y)
-{
-    const int64 bytes[] = {1, 2, 4, 4, 2};
-    int64 comps = 1, planes = 1;
-    switch (p)
-    {
-    case PACK_DUAL:
-    case PACK_RGB: comps = 3; break;
-    case PACK_RGBA: comps = 4; break;
-    case PACK_UV: comps = 2; break;
-    case PACK_DUAL_NI: planes = 2; break;
-    case PACK_RGB_NI: planes = 3; break;
-    case PACK_RGBA_NI: planes = 4; break;
-    default: break;
-    }
-    const int64 line = bytes[f] * x * comps;
-    return {line, line * y * planes};
-}
-
-const IMB_Packing theAllPackings[] = {PACK_SINGLE, PACK_DUAL,   PACK_DUAL_NI, PACK_RGB,
-                                      PACK_RGBA,   PACK_RGB_NI, PACK_RGBA_NI, PACK_UV};
-const IMB_DataFormat theAllFormats[] = {IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16};
+using namespace rastertest;
 
 // Texture callbacks that record what the raster asked.
 struct TextureLog
@@ -93,16 +66,16 @@ TEST_P(RasterShape, StrideAndSizeFollowTheLayoutRule)
     for (auto [x, y] : {std::pair<int64, int64>{1, 1}, {7, 3}, {10, 4}, {33, 1}})
     {
         IMB_Raster r(p, f, x, y);
-        const Layout want = expectedLayout(p, f, x, y);
-        EXPECT_EQ(r.getStride(), want.stride) << x << "x" << y;
-        EXPECT_EQ(r.getSize(), want.size) << x << "x" << y;
-        EXPECT_EQ(r.getNonInterleavedSize(), want.stride * y);
+        const int64 stride = bytesOf(f) * x * stepOf(p), size = stride * y * planesOf(p);
+        EXPECT_EQ(r.getStride(), stride) << x << "x" << y;
+        EXPECT_EQ(r.getSize(), size) << x << "x" << y;
+        EXPECT_EQ(r.getNonInterleavedSize(), stride * y);
         EXPECT_EQ(r.getNumPixels(), x * y);
         EXPECT_EQ(r.getNumChannels(), imbDefinesPComp[p]);
         ASSERT_TRUE(r.isValid());
         EXPECT_EQ(static_cast<char *>(r.getPixels()) - static_cast<char *>(r.getRawPixels()), 16);
-        EXPECT_EQ(r.getMemoryUsage(false), want.size);
-        EXPECT_EQ(r.getMemoryUsage(true), want.size + static_cast<int64>(sizeof(IMB_Raster)));
+        EXPECT_EQ(r.getMemoryUsage(false), size);
+        EXPECT_EQ(r.getMemoryUsage(true), size + static_cast<int64>(sizeof(IMB_Raster)));
     }
 }
 
@@ -121,35 +94,26 @@ TEST_P(RasterShape, OwnedBlockHasASpareScanlineAndSlackAfterThePixels)
 TEST_P(RasterShape, ClearFlagOfTheConstructorZeroesThePixels)
 {
     const auto [p, f] = GetParam();
-    // Dirty the pool of freed blocks first so a zero is not an accident.
+    // The dual packing is zeroed even without the flag.
+    for (int clear : {0, 1})
     {
-        IMB_Raster dirty(p, f, 6, 6);
-        std::memset(dirty.getPixels(), 0x5a, static_cast<std::size_t>(dirty.getSize()));
+        if (!clear && p != PACK_DUAL)
+            continue;
+        // Dirty the pool of freed blocks first so a zero is not an accident.
+        {
+            IMB_Raster dirty(p, f, 6, 6);
+            std::memset(dirty.getPixels(), 0x5a, static_cast<std::size_t>(dirty.getSize()));
+        }
+        IMB_Raster r(p, f, 6, 6, clear);
+        const auto *bytes = static_cast<const unsigned char *>(r.getPixels());
+        for (int64 i = 0; i < r.getSize(); ++i)
+            ASSERT_EQ(bytes[i], 0) << clear << " " << i;
     }
-    IMB_Raster r(p, f, 6, 6, /*clear*/ 1);
-    const auto *bytes = static_cast<const unsigned char *>(r.getPixels());
-    for (int64 i = 0; i < r.getSize(); ++i)
-        ASSERT_EQ(bytes[i], 0) << i;
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterShape,
-                         ::testing::Combine(::testing::ValuesIn(theAllPackings), ::testing::ValuesIn(theAllFormats)),
-                         [](const auto &info) {
-                             return std::string(IMBpacking(std::get<0>(info.param))) + "_" +
-                                    IMBdataFormat(std::get<1>(info.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(AllShapes, RasterShape, RASTER_ALL_SHAPES, shapeName);
 
 // ---------------------------------------------------------------- documented shapes
-
-TEST(RasterObject, PlanarAndInterleavedRgbHaveTheSameSizeButDifferentStrides)
-{
-    IMB_Raster planar(PACK_RGB_NI, IMB_FLOAT32, 10, 4);
-    EXPECT_EQ(planar.getStride(), 40);
-    EXPECT_EQ(planar.getSize(), 480);
-    IMB_Raster inter(PACK_RGB, IMB_FLOAT32, 10, 4);
-    EXPECT_EQ(inter.getStride(), 120);
-    EXPECT_EQ(inter.getSize(), 480);
-}
 
 TEST(RasterObject, DualPackingStoresThreeComponentsAndReadsZeroAfterInit)
 {
@@ -168,23 +132,6 @@ TEST(RasterObject, DualPackingStoresThreeComponentsAndReadsZeroAfterInit)
         }
 }
 
-TEST(RasterObject, DualPackingIsZeroedWithoutBeingAskedInEveryFormat)
-{
-    for (IMB_DataFormat f : theAllFormats)
-    {
-        // Dirty a block of the same size first, so a zero is not an accident
-        // of fresh memory.
-        {
-            IMB_Raster dirty(PACK_DUAL, f, 5, 2);
-            std::memset(dirty.getPixels(), 0x5a, static_cast<std::size_t>(dirty.getSize()));
-        }
-        IMB_Raster r(PACK_DUAL, f, 5, 2, /*clear*/ 0);
-        const auto *bytes = static_cast<const unsigned char *>(r.getPixels());
-        for (int64 i = 0; i < r.getSize(); ++i)
-            ASSERT_EQ(bytes[i], 0) << IMBdataFormat(f) << " " << i;
-    }
-}
-
 TEST(RasterObject, ImpossibleShapesAllocateNothing)
 {
     IMB_Raster r(PACK_RGB, IMB_INT8, 4, 4, 0, 0);
@@ -201,6 +148,8 @@ TEST(RasterObject, ImpossibleShapesAllocateNothing)
     EXPECT_EQ(badPacking.isValid(), 0);
     IMB_Raster packing8(static_cast<IMB_Packing>(8), IMB_INT8, 4, 4);
     EXPECT_EQ(packing8.isValid(), 0);
+    IMB_Raster overflow(PACK_RGBA_NI, IMB_INT32, int64(1) << 40, int64(1) << 30); // past 64 bits
+    EXPECT_EQ(overflow.isValid(), 0);
 }
 
 TEST(RasterObject, ImpossibleShapeKeepsTheEarlierStrideAndSize)
@@ -212,12 +161,6 @@ TEST(RasterObject, ImpossibleShapeKeepsTheEarlierStrideAndSize)
     EXPECT_EQ(r.isValid(), 0);
     EXPECT_EQ(r.getStride(), stride);
     EXPECT_EQ(r.getSize(), 0);
-}
-
-TEST(RasterObject, SizesThatOverflowSixtyFourBitsAllocateNothing)
-{
-    IMB_Raster r(PACK_RGBA_NI, IMB_INT32, int64(1) << 40, int64(1) << 30);
-    EXPECT_EQ(r.isValid(), 0);
 }
 
 namespace
@@ -360,32 +303,26 @@ TEST(RasterObject, CopyConstructorTakesShapeTagsNamesPointsAndPixels)
     src.setTextureID(nullptr);
 }
 
-TEST(RasterObject, CopyAndAssignmentReplaceEverything)
+TEST(RasterObject, CopyAndAssignmentReplaceEverythingAndCopyPropertiesLeavesNoMemory)
 {
     IMB_Raster src = makeDecorated();
-    IMB_Raster c(PACK_SINGLE, IMB_FLOAT32, 100, 100);
+    IMB_Raster c(PACK_SINGLE, IMB_FLOAT32, 100, 100), d, props(PACK_RGB, IMB_INT8, 8, 8);
     c.copy(src);
-    expectSameContent(c, src);
-    EXPECT_EQ(std::memcmp(c.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
-    EXPECT_TRUE(c.getDataWritten());
-
-    IMB_Raster d;
     d = src;
-    expectSameContent(d, src);
-    EXPECT_EQ(std::memcmp(d.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
+    for (IMB_Raster *r : {&c, &d})
+    {
+        expectSameContent(*r, src);
+        EXPECT_EQ(std::memcmp(r->getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
+    }
+    EXPECT_TRUE(c.getDataWritten());
     d = d; // self-assignment changes nothing
     EXPECT_EQ(std::memcmp(d.getPixels(), src.getPixels(), static_cast<std::size_t>(src.getSize())), 0);
-}
 
-TEST(RasterObject, CopyPropertiesLeavesTheRasterWithoutMemory)
-{
-    IMB_Raster src = makeDecorated();
-    IMB_Raster c(PACK_RGB, IMB_INT8, 8, 8);
-    c.copyProperties(src);
-    expectSameContent(c, src);
-    EXPECT_EQ(c.isValid(), 0);
-    c.init();
-    EXPECT_EQ(c.getSize(), src.getSize());
+    props.copyProperties(src);
+    expectSameContent(props, src);
+    EXPECT_EQ(props.isValid(), 0);
+    props.init();
+    EXPECT_EQ(props.getSize(), src.getSize());
 }
 
 TEST(RasterObject, CropConstructorTakesTheInclusiveRectangle)

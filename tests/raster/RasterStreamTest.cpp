@@ -3,6 +3,7 @@
 #include <IMB/IMB_Raster.h>
 #include <IMB/platform/BAS_IStream.h>
 #include <IMB/platform/BAS_UUEncode.h>
+#include "RasterTestUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -69,7 +70,6 @@ class RasterStreamRoundTrip : public ::testing::TestWithParam<StreamCase>
 {
 };
 
-int64 planeCount(IMB_Packing p) { return p == PACK_DUAL_NI ? 2 : p == PACK_RGB_NI ? 3 : p == PACK_RGBA_NI ? 4 : 1; }
 } // namespace
 
 TEST_P(RasterStreamRoundTrip, TextKeepsEveryPlaneAndBinaryTheFirst)
@@ -95,7 +95,7 @@ TEST_P(RasterStreamRoundTrip, TextKeepsEveryPlaneAndBinaryTheFirst)
     IMB_Raster bin;
     ASSERT_TRUE(loadFrom(bin, saved(r, 1), true));
     ASSERT_EQ(bin.getSize(), r.getSize());
-    const int64 kept = r.getSize() / planeCount(packing);
+    const int64 kept = r.getSize() / rastertest::planesOf(packing);
     EXPECT_EQ(std::memcmp(bin.getPixels(), r.getPixels(), size_t(kept)), 0);
     bin.getBWPoints(b, w);
     EXPECT_EQ(b, 0.125f);
