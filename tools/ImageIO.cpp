@@ -52,10 +52,11 @@ IMB_Packing packingForChannels(int channels)
 
 void readImage(const std::string &path, IMB_Raster &out)
 {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in)
-        throw Failure("cannot read image \"" + path + "\": " + OIIO::geterror());
-    const OIIO::ImageSpec &imageSpec = in->spec();
+    // Opening through an existing reader fills in the file's description.
+    OIIO::ImageSpec imageSpec;
+    auto in = OIIO::ImageInput::create(path);
+    if (!in || !in->open(path, imageSpec))
+        throw Failure("cannot read image \"" + path + "\": " + (in ? in->geterror() : OIIO::geterror()));
     if (imageSpec.width < 1 || imageSpec.height < 1 || imageSpec.nchannels < 1)
         throw Failure("image \"" + path + "\" has no pixels");
     if (imageSpec.depth > 1)
