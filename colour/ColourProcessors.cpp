@@ -268,8 +268,25 @@ bool transform(const PHandle &h, float *pixels, int count, int channels)
     {
         if (count >= imb_detail::kPackedCutOver)
         {
-            OCIO::PackedImageDesc desc(pixels, count, 1, channels);
-            rec.cpuProcessor->apply(desc);
+            // OpenColorIO's packed images hold three or four channels: a
+            // narrower run is refused up front (asking OpenColorIO to describe
+            // it throws from inside its constructor, which leaks), and a wider
+            // one is described as RGBA pixels `channels` floats apart, so the
+            // channels past the fourth stay as they are, as on short runs.
+            if (channels < 3)
+                return false;
+            if (channels <= 4)
+            {
+                OCIO::PackedImageDesc desc(pixels, count, 1, channels);
+                rec.cpuProcessor->apply(desc);
+            }
+            else
+            {
+                const std::ptrdiff_t pixelBytes = static_cast<std::ptrdiff_t>(channels) * sizeof(float);
+                OCIO::PackedImageDesc desc(pixels, count, 1, OCIO::CHANNEL_ORDERING_RGBA, OCIO::BIT_DEPTH_F32,
+                                           sizeof(float), pixelBytes, pixelBytes * count);
+                rec.cpuProcessor->apply(desc);
+            }
             return true;
         }
         if (channels == 3)

@@ -101,7 +101,7 @@ TEST(ColourProcessors, ShortAndPackedRunsDecodeTheFirstThreeChannelsOnly)
     ASSERT_TRUE(h.isValid());
     // Runs shorter than 128 pixels go pixel by pixel, longer ones through the
     // packed image; alpha and extra channels stay.
-    const std::pair<int, int> runs[] = {{1, 3}, {127, 3}, {128, 3}, {300, 3}, {10, 4}, {10, 5}, {200, 4}};
+    const std::pair<int, int> runs[] = {{1, 3}, {127, 3}, {128, 3}, {300, 3}, {10, 4}, {10, 5}, {200, 4}, {200, 6}};
     for (auto [count, channels] : runs)
     {
         std::vector<float> px = ramp(count, channels);
