@@ -40,47 +40,27 @@ IMB_Raster::IMB_Raster(IMB_Packing packing, IMB_DataFormat format, int64 xres, i
 IMB_Raster::IMB_Raster(const IMB_Raster &src)
 {
     initialize();
-    myFormat = src.myFormat;
-    myPacking = src.myPacking;
-    myXres = src.myXres;
-    myYres = src.myYres;
-    myRotation = src.myRotation;
-    myDataWindow = src.myDataWindow;
-    myColorSpace = src.myColorSpace;
-    myColorSpaceGamma = src.myColorSpaceGamma;
-    myOCIOColorSpace = src.myOCIOColorSpace;
-    myOCIODisplay = src.myOCIODisplay;
-    myOCIOView = src.myOCIOView;
+    // The base version, explicitly: a constructor never dispatches to a
+    // subclass anyway, and this says so.
+    IMB_Raster::copyProperties(src);
     allocRaster(1);
     if (myRaster && src.myRaster)
     {
         std::memcpy(getPixels(), src.getPixels(), static_cast<std::size_t>(mySize));
         myDataWritten = true;
     }
-    myBlackPoint = src.myBlackPoint;
-    myWhitePoint = src.myWhitePoint;
 }
 
 IMB_Raster::IMB_Raster(const IMB_Raster &src, int64 x1, int64 y1, int64 x2, int64 y2)
 {
     initialize();
-    myFormat = src.myFormat;
-    myPacking = src.myPacking;
+    IMB_Raster::copyProperties(src);
     myXres = x2 - x1 + 1;
     myYres = y2 - y1 + 1;
-    myRotation = src.myRotation;
-    myDataWindow = src.myDataWindow;
-    myColorSpace = src.myColorSpace;
-    myColorSpaceGamma = src.myColorSpaceGamma;
-    myOCIOColorSpace = src.myOCIOColorSpace;
-    myOCIODisplay = src.myOCIODisplay;
-    myOCIOView = src.myOCIOView;
     allocRaster(1);
     extract(src, x1, y1, x2, y2);
     if (myRaster)
         myDataWritten = true;
-    myBlackPoint = src.myBlackPoint;
-    myWhitePoint = src.myWhitePoint;
 }
 
 IMB_Raster::~IMB_Raster()
