@@ -3,6 +3,8 @@
 #include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepPixel.h>
 
+#include "deep/DeepRankSort.h"
+#include "deep/DeepRankSort.h"
 #include "platform/Log.h"
 
 #include <algorithm>
@@ -43,8 +45,77 @@ inline uint64 orderedBits(float f)
 // Ids below this are bucketed before sorting by depth.
 constexpr int kBucketIds = 256;
 
+// Floats allocated after the last raw sample (see growBuffers).
+constexpr std::size_t kRowSlack = 4;
+
 // Samples of one sub-sample up to this count are sorted on the stack.
 constexpr int kStackSort = 256;
+
+// The accumulator's raw samples as extraction reads them: rows of `stride`
+// floats (zfront, zback, then the channel values) and the flag bytes from
+// the run's first position.
+struct RawSamples
+{
+    const float *floats;
+    const unsigned char *flags;
+    std::size_t stride;
+};
+
+// Fills `out` (sized to the run) from the raw samples: sample j takes the
+// depths and channel values of raw row indexOf(j), the flag byte at run
+// position j (flags are not permuted by the sort: deliberate, callers rely
+// on it) and `mask` as its coverage.
+template <class IndexOf>
+void extractSamples(IMB_DeepSampleList &out, const RawSamples &raw, uint64 mask, IndexOf indexOf)
+{
+    const int count = out.sampleCount();
+    float *zf = out.zfrontBuffer();
+    float *zb = out.zbackBuffer();
+    uint64 *cov = out.coverageBuffer();
+    std::memcpy(out.flagBuffer(), raw.flags, static_cast<std::size_t>(count));
+    for (int j = 0; j < count; ++j)
+        cov[j] = mask;
+    for (int j = 0; j < count; ++j)
+    {
+        const float *row = raw.floats + static_cast<std::size_t>(indexOf(j)) * raw.stride;
+        zf[j] = row[0];
+        zb[j] = row[1];
+    }
+    // Then each channel plane in turn, with fixed-length copies for the
+    // common tuple sizes.
+    const IMB_DeepChannelList *chans = out.channels().get();
+    const int channelCount = chans ? chans->channelCount() : 0;
+    for (int ch = 0; ch < channelCount; ++ch)
+    {
+        const int size = chans->tupleSize(ch);
+        const float *base = raw.floats + 2 + chans->offset(ch);
+        float *plane = out.channelBuffer(ch);
+        auto copyTuples = [&](auto fixed) {
+            constexpr int n = decltype(fixed)::value;
+            const std::size_t len = static_cast<std::size_t>(n > 0 ? n : size);
+            int j = 0;
+            if (n == 3)
+            {
+                // Four floats at a time: the fourth lands on the next
+                // sample's first component, which the next copy writes. The
+                // read past the tuple stays within the raw buffer's slack.
+                for (; j < count - 1; ++j)
+                    std::memcpy(plane + 3 * static_cast<std::size_t>(j),
+                                base + static_cast<std::size_t>(indexOf(j)) * raw.stride, 4 * sizeof(float));
+            }
+            for (; j < count; ++j)
+                std::memcpy(plane + static_cast<std::size_t>(j) * len,
+                            base + static_cast<std::size_t>(indexOf(j)) * raw.stride, len * sizeof(float));
+        };
+        switch (size)
+        {
+        case 1: copyTuples(std::integral_constant<int, 1>()); break;
+        case 3: copyTuples(std::integral_constant<int, 3>()); break;
+        case 4: copyTuples(std::integral_constant<int, 4>()); break;
+        default: copyTuples(std::integral_constant<int, 0>()); break;
+        }
+    }
+}
 
 void *reallocOrThrow(void *p, std::size_t bytes)
 {
@@ -123,7 +194,11 @@ bool IMB_DeepPixel::isRawStyle() const
 void IMB_DeepPixel::growBuffers(int capacity)
 {
     const std::size_t n = static_cast<std::size_t>(capacity);
-    myFloats = static_cast<float *>(reallocOrThrow(myFloats, n * static_cast<std::size_t>(myFloatCount) * sizeof(float)));
+    const std::size_t floats = n * static_cast<std::size_t>(myFloatCount);
+    // Slack after the last sample lets extraction copy three-float tuples as
+    // four, reading a little past the last one.
+    myFloats = static_cast<float *>(reallocOrThrow(myFloats, (floats + kRowSlack) * sizeof(float)));
+    std::fill(myFloats + floats, myFloats + floats + kRowSlack, 0.0f);
     myFlags = static_cast<unsigned char *>(reallocOrThrow(myFlags, n));
     myBufferCapacity = capacity;
 }
@@ -201,7 +276,7 @@ int IMB_DeepPixel::sort()
         }
         if (ascending)
             return 1;
-        std::sort(w, w + n);
+        imb_detail::sortWords(w, n);
         for (int i = 0; i < n; ++i)
             keys[i] = SampleKey{this, id0, static_cast<int>(static_cast<uint32>(w[i]))};
         return 1;
@@ -241,7 +316,7 @@ int IMB_DeepPixel::sort()
             if (b == e)
                 continue;
             ++runs;
-            std::sort(b, e);
+            imb_detail::sortWords(b, static_cast<int>(e - b));
         }
         for (int id = minId; id <= maxId; ++id)
             for (int k = start[id]; k < start[id + 1]; ++k)
@@ -274,55 +349,55 @@ int IMB_DeepPixel::sort()
 
 void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
 {
-    const int count = end - start;
-    list = new IMB_DeepSampleList(myChannels, count, myPreComposited);
-    IMB_DeepSampleList &out = *list;
-    float *zf = out.zfrontBuffer();
-    float *zb = out.zbackBuffer();
-    unsigned char *fl = out.flagBuffer();
-    uint64 *cov = out.coverageBuffer();
-    const uint64 mask = coverageMask(getId(start), mySubSamples);
-    // Flags are read at the sorted position, not at the key's raw index:
-    // the sort does not permute them. Deliberate; callers rely on it.
-    std::memcpy(fl, myFlags + start, static_cast<std::size_t>(count));
-    for (int j = 0; j < count; ++j)
-        cov[j] = mask;
-
-    const std::size_t stride = static_cast<std::size_t>(myFloatCount);
     const SampleKey *keys = myKeys.data() + start;
-    for (int j = 0; j < count; ++j)
+    const RawSamples raw{myFloats, myFlags + start, static_cast<std::size_t>(myFloatCount)};
+    list = new IMB_DeepSampleList(myChannels, end - start, myPreComposited);
+    extractSamples(*list, raw, coverageMask(getId(start), mySubSamples), [keys](int j) { return keys[j].index; });
+}
+
+// The common pixel: one sub-sample id and a short run. The run is ranked by
+// depth with vector compares and extracted straight from the ranks, without
+// sorting the keys. Gives what sort and extract give; false (nothing done)
+// for any other pixel.
+bool IMB_DeepPixel::closeSingleRun(ListPtr &list)
+{
+    const int n = static_cast<int>(myKeys.size());
+    if (n < 2 || n > imb_detail::kRankSortMax || myMipCount.load() != 0)
+        return false;
+    const SampleKey *keys = myKeys.data();
+    const int id = keys[0].id;
+    for (int i = 1; i < n; ++i)
+        if (keys[i].id != id)
+            return false;
+
+    // Keys are in store order here: key i is raw sample i.
+    const std::size_t stride = static_cast<std::size_t>(myFloatCount);
+    int32 depth[imb_detail::kRankSortMax + imb_detail::kRankPad];
+    int32 order[imb_detail::kRankSortMax + imb_detail::kRankPad];
+    bool ascending = true;
+    depth[0] = imb_detail::depthKey(myFloats[0]);
+    for (int i = 1; i < n; ++i)
     {
-        const float *raw = myFloats + static_cast<std::size_t>(keys[j].index) * stride;
-        zf[j] = raw[0];
-        zb[j] = raw[1];
+        depth[i] = imb_detail::depthKey(myFloats[static_cast<std::size_t>(i) * stride]);
+        ascending = ascending && depth[i - 1] <= depth[i];
     }
-    // Then each channel plane in turn, with a fixed-length copy for the
-    // common tuple sizes.
-    const int channelCount = myChannels ? myChannels->channelCount() : 0;
-    for (int ch = 0; ch < channelCount; ++ch)
+    if (ascending)
     {
-        const int size = myChannels->tupleSize(ch);
-        const float *base = myFloats + 2 + myChannels->offset(ch);
-        float *plane = out.channelBuffer(ch);
-        auto copyTuples = [&](auto fixed) {
-            constexpr int n = decltype(fixed)::value;
-            const int len = n > 0 ? n : size;
-            for (int j = 0; j < count; ++j)
-            {
-                const float *src = base + static_cast<std::size_t>(keys[j].index) * stride;
-                float *dst = plane + static_cast<std::size_t>(j) * static_cast<std::size_t>(len);
-                for (int t = 0; t < len; ++t)
-                    dst[t] = src[t];
-            }
-        };
-        switch (size)
-        {
-        case 1: copyTuples(std::integral_constant<int, 1>()); break;
-        case 3: copyTuples(std::integral_constant<int, 3>()); break;
-        case 4: copyTuples(std::integral_constant<int, 4>()); break;
-        default: copyTuples(std::integral_constant<int, 0>()); break;
-        }
+        for (int i = 0; i < n; ++i)
+            order[i] = i;
     }
+    else
+    {
+        int32 rank[imb_detail::kRankSortMax + imb_detail::kRankPad];
+        std::fill(depth + n, depth + n + imb_detail::kRankPad, 0);
+        imb_detail::rankKeys(depth, n, rank);
+        for (int i = 0; i < n; ++i)
+            order[rank[i]] = i;
+    }
+    const RawSamples raw{myFloats, myFlags, stride};
+    list = new IMB_DeepSampleList(myChannels, n, myPreComposited);
+    extractSamples(*list, raw, coverageMask(id, mySubSamples), [&order](int j) { return order[j]; });
+    return true;
 }
 
 int IMB_DeepPixel::extract(ListPtr *lists)
@@ -349,7 +424,23 @@ int IMB_DeepPixel::extract(ListPtr *lists)
 
 IMB_DeepPixel::ListPtr IMB_DeepPixel::closePixel(const std::shared_ptr<IMB_DeepCompressor> &compressor)
 {
-    const int n = sort();
+    ListPtr single;
+    bool isSingle;
+    try
+    {
+        isSingle = closeSingleRun(single);
+    }
+    catch (...)
+    {
+        clear();
+        throw;
+    }
+    if (isSingle && (!compressor || mySubSamples <= 1))
+    {
+        clear();
+        return compressor ? compressor->compress(single) : single;
+    }
+    const int n = isSingle ? 1 : sort();
     if (n == 0)
     {
         clear();
@@ -362,7 +453,10 @@ IMB_DeepPixel::ListPtr IMB_DeepPixel::closePixel(const std::shared_ptr<IMB_DeepC
     ListPtr *entries = lists.data();
     try
     {
-        extract(entries);
+        if (isSingle)
+            entries[0] = std::move(single);
+        else
+            extract(entries);
         if (compressor)
         {
             for (int i = 0; i < n; ++i)

@@ -111,6 +111,7 @@ private:
     int sort();
     int extract(ListPtr *lists);
     void extractRun(ListPtr &list, int start, int end);
+    bool closeSingleRun(ListPtr &list);
     // The id, depths and channel values of the i-th key's raw sample.
     int getId(int i) const { return myKeys[i].id; }
     const float *raw(int i) const { return myFloats + static_cast<long>(myKeys[i].index) * myFloatCount; }

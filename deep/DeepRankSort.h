@@ -1,0 +1,35 @@
+// Ranking and sorting the accumulator's short runs of samples by depth.
+#pragma once
+
+#include <IMB/platform/BAS_Types.h>
+
+namespace imb_detail
+{
+// Runs up to this length are ranked with vector compares; longer ones go to
+// std::sort, whose n log n wins past about this size.
+constexpr int kRankSortMax = 96;
+
+// Entries that rankKeys may read after the n keys and write after the n
+// ranks: four whole vectors of the widest instruction set.
+constexpr int kRankPad = 256;
+
+// rank[i] = the number of keys ordering before key i, where keys order by
+// value and equal values by position: a permutation of 0..n-1 that sorts
+// the keys stably. keys and rank hold n + kRankPad entries (the padding keys
+// are read but not counted). n is at most kRankSortMax.
+void rankKeys(const int32 *keys, int n, int32 *rank);
+
+// Sorts w[0..n) ascending. The words must be unique and their low 32 bits
+// must ascend with their position (the store index), so that words with
+// equal high halves are already in order. The result is std::sort's.
+void sortWords(uint64 *w, int n);
+
+// The ordered form of a depth as a signed key: integer order is float order
+// (negative depths below positive ones, NaNs at the two ends).
+inline int32 depthKey(float f)
+{
+    uint32 u;
+    __builtin_memcpy(&u, &f, sizeof u);
+    return static_cast<int32>((u & 0x80000000u) ? ~u ^ 0x80000000u : u);
+}
+} // namespace imb_detail
