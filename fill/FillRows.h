@@ -7,6 +7,7 @@
 #include "fill/FillRules.h"
 #include "platform/VEC_Math.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace imb_detail
@@ -54,6 +55,15 @@ VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
     {
         t.writeRange64 = rule.write.myRange;
         t.writeBlack64 = rule.write.myBlack;
+        if constexpr ((S == IMB_INT8 || S == IMB_INT16) && SF)
+        {
+            // Full-range 8- and 16-bit fractions run from 0 to white x
+            // 1/white (in float); y is monotonic in x, so its ends bound it.
+            const double top = static_cast<double>(static_cast<float>(Format<S>::white) * Format<S>::inverseWhite);
+            const double lo = 0.0 * t.writeRange64 + t.writeBlack64 + 0.5;
+            const double hi = top * t.writeRange64 + t.writeBlack64 + 0.5;
+            t.writeInRange32 = std::min(lo, hi) >= 0.0 && std::max(lo, hi) < 2147483647.0;
+        }
     }
     return t;
 }

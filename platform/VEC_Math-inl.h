@@ -215,6 +215,13 @@ HWY_INLINE hn::Vec<hn::Rebind<uint32_t, DF>> integerOf32(DF df, hn::Vec<DF> x, c
     const hn::Rebind<double, DF> dd;
     const hn::Rebind<int32_t, DF> di;
     const hn::Rebind<uint32_t, DF> du;
+    if (t.writeInRange32)
+    {
+        const auto y = hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
+                                       hn::Set(dd, t.writeBlack64)),
+                               hn::Set(dd, 0.5));
+        return hn::BitCast(du, hn::DemoteTo(di, y));
+    }
     auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
                                        hn::Set(dd, t.writeBlack64)),
                                hn::Set(dd, 0.5)));

@@ -58,6 +58,10 @@ struct RowTerms
     float writeBlack = 0.0f;
     double writeRange64 = 0.0;
     double writeBlack64 = 0.0;
+    // Set when every x * range + black + 0.5 of the row lies in
+    // [0, 2^31 - 1): 32-bit results then need neither the clamp nor the
+    // floor (truncation is the floor of a positive value).
+    bool writeInRange32 = false;
 };
 
 // Converts whole vectors of a row from `src` (kind `from`) to `dst` (kind

@@ -98,6 +98,9 @@ std::vector<Points> pointSets()
         {200, 100, 7, 7},             // inverted source range, empty destination range
         {300, 255, 0, 1023},          // black beyond the 8-bit width
         {0, 0, 255, 0},               // equal source points: factor 1
+        {0, 255, 0, 2147483000u},     // 32-bit results just inside the signed range
+        {0, 255, 2147483000u, 2147483647u}, // and reaching past it
+        {0, 255, 70000, 5},           // an inverted 32-bit destination range
     };
 }
 
