@@ -11,6 +11,7 @@
 
 #include "luma/LumaJob.h"
 #include "luma/LumaRules.h"
+#include "platform/HalfVectors-inl.h"
 
 #include <hwy/highway.h>
 
@@ -320,12 +321,11 @@ template <int S, bool withAlpha> int64 runF16(const LumaJob &job)
     const hn::ScalableTag<float> df;
     const hn::Rebind<uint32_t, decltype(df)> du32;
     const hn::Rebind<uint16_t, decltype(df)> du16;
-    const hn::Rebind<hwy::float16_t, decltype(df)> df16;
     const size_t N = hn::Lanes(df);
     const int64 end = vectorEnd(job, N);
     uint16 *dst = static_cast<uint16 *>(job.dst);
     hn::VFromD<decltype(du16)> r, g, b, a = hn::Zero(du16);
-    auto widen = [&](auto h) { return hn::PromoteTo(df, hn::BitCast(df16, h)); };
+    auto widen = [&](auto h) { return widenHalves(df, h); };
     HWY_ALIGN float tmp[hn::MaxLanes(df)];
     int64 i = 0;
     if (job.func == 2 || job.func == 3)

@@ -11,6 +11,7 @@
 #include <IMB/platform/BAS_Types.h>
 #include <hwy/highway.h>
 
+#include "platform/HalfVectors-inl.h"
 #include "platform/VEC_Math.h"
 
 #include <type_traits>
@@ -156,23 +157,9 @@ HWY_NOINLINE int64 FromHalf(float *HWY_RESTRICT dst, const uint16 *HWY_RESTRICT 
     const hn::RebindToUnsigned<decltype(df)> du;
     const hn::Rebind<uint16_t, decltype(df)> dh;
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
-    const auto expField = hn::Set(du, 0x0f800000u);
-    const auto rebias = hn::Set(du, (127u - 15u) << 23);
-    const auto one = hn::Set(du, 1u << 23);
-    const auto magic = hn::BitCast(df, hn::Set(du, 113u << 23));
     int64 i = 0;
     for (; i + lanes <= n; i += lanes)
-    {
-        const auto h = hn::PromoteTo(du, hn::LoadU(dh, src + i));
-        auto o = hn::ShiftLeft<13>(hn::And(h, hn::Set(du, 0x7fffu)));
-        const auto exp = hn::And(o, expField);
-        o = hn::Add(o, rebias);
-        o = hn::IfThenElse(hn::Eq(exp, expField), hn::Add(o, rebias), o);
-        const auto den = hn::BitCast(du, hn::Sub(hn::BitCast(df, hn::Add(o, one)), magic));
-        o = hn::IfThenElse(hn::Eq(exp, hn::Zero(du)), den, o);
-        o = hn::Or(o, hn::ShiftLeft<16>(hn::And(h, hn::Set(du, 0x8000u))));
-        hn::StoreU(hn::BitCast(df, o), df, dst + i);
-    }
+        hn::StoreU(halfBitsToFloat(df, hn::PromoteTo(du, hn::LoadU(dh, src + i))), df, dst + i);
     return i;
 }
 
@@ -255,18 +242,7 @@ HWY_INLINE hn::Vec<DF> loadFraction(DF df, const void *HWY_RESTRICT src, int64 i
     {
         const hn::RebindToUnsigned<DF> du;
         const hn::Rebind<uint16_t, DF> dh;
-        const auto h = hn::PromoteTo(du, hn::LoadU(dh, static_cast<const uint16 *>(src) + i));
-        const auto expField = hn::Set(du, 0x0f800000u);
-        const auto rebias = hn::Set(du, (127u - 15u) << 23);
-        auto o = hn::ShiftLeft<13>(hn::And(h, hn::Set(du, 0x7fffu)));
-        const auto exp = hn::And(o, expField);
-        o = hn::Add(o, rebias);
-        o = hn::IfThenElse(hn::Eq(exp, expField), hn::Add(o, rebias), o);
-        const auto den = hn::BitCast(du, hn::Sub(hn::BitCast(df, hn::Add(o, hn::Set(du, 1u << 23))),
-                                                 hn::BitCast(df, hn::Set(du, 113u << 23))));
-        o = hn::IfThenElse(hn::Eq(exp, hn::Zero(du)), den, o);
-        o = hn::Or(o, hn::ShiftLeft<16>(hn::And(h, hn::Set(du, 0x8000u))));
-        return hn::BitCast(df, o);
+        return halfBitsToFloat(df, hn::PromoteTo(du, hn::LoadU(dh, static_cast<const uint16 *>(src) + i)));
     }
     else if constexpr (K == 2)
     {

@@ -27,6 +27,8 @@
 
 #include <hwy/highway.h>
 
+#include "platform/HalfVectors-inl.h"
+
 #include <IMB/IMB_Raster.h>
 #include <IMB/platform/half16.h>
 
@@ -213,12 +215,11 @@ template <int S> int64 satF16(const SatJob &job)
 {
     const hn::ScalableTag<float> df;
     const hn::Rebind<uint16_t, decltype(df)> du;
-    const hn::Rebind<hwy::float16_t, decltype(df)> dh;
     const size_t N = hn::Lanes(df);
     hn::VFromD<decltype(du)> r, g, b, a = hn::Zero(du);
     HWY_ALIGN float tr[hn::MaxLanes(df)], tg[hn::MaxLanes(df)], tb[hn::MaxLanes(df)];
     HWY_ALIGN uint16_t hr[hn::MaxLanes(df)], hg[hn::MaxLanes(df)], hb[hn::MaxLanes(df)];
-    auto widen = [&](auto c) { return hn::PromoteTo(df, hn::BitCast(dh, c)); };
+    auto widen = [&](auto c) { return widenHalves(df, c); };
     auto toHalf = [](float f) -> uint16_t { return f == 0.0f ? 0 : half16::fromFloat(f); };
     int64 i = 0;
     for (; i + int64(N) <= job.count; i += N)
