@@ -27,8 +27,28 @@ template <IMB_DataFormat F> constexpr VEC_Math::Kind kindOf =
                        : VEC_Math::kF16;
 
 // The terms of a conversion rule for the fused vector rows.
+// Whether the float form of a 32-bit write (see VEC_Math::RowTerms) gives
+// the rule's result for every value of an 8- or 16-bit source; checked value
+// by value, so only for rows long enough to repay it.
 template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
-VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
+bool floatWriteIsExact(const ThroughRule<S, SF, D, DF> &rule, const VEC_Math::RowTerms &t, int64 n)
+{
+    constexpr uint32 white = Format<S>::white;
+    if (n < 16 * (int64(white) + 1))
+        return false;
+    for (uint32 v = 0; v <= white; ++v)
+    {
+        const float x = static_cast<float>(static_cast<int32>(v) - t.readBlack) * t.readScale;
+        const float y = (x * t.writeRange32f + t.writeBlack32f) + 0.5f;
+        if (!(y >= 0.0f && y < 2147483648.0f) ||
+            static_cast<uint32>(static_cast<int32>(y)) != rule(static_cast<ComponentOf<S>>(v)))
+            return false;
+    }
+    return true;
+}
+
+template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
+VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule, int64 n)
 {
     VEC_Math::RowTerms t;
     if constexpr (S == IMB_INT8 || S == IMB_INT16)
@@ -63,6 +83,11 @@ VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule)
             const double lo = 0.0 * t.writeRange64 + t.writeBlack64 + 0.5;
             const double hi = top * t.writeRange64 + t.writeBlack64 + 0.5;
             t.writeInRange32 = std::min(lo, hi) >= 0.0 && std::max(lo, hi) < 2147483647.0;
+            // Then single precision is usually exact too (as for the
+            // default 0-255 destination), at a quarter of the work.
+            t.writeRange32f = static_cast<float>(t.writeRange64);
+            t.writeBlack32f = static_cast<float>(t.writeBlack64);
+            t.writeFloat32 = t.writeInRange32 && floatWriteIsExact(rule, t, n);
         }
     }
     return t;
@@ -105,7 +130,7 @@ void throughRow(const ThroughRule<S, SF, D, DF> &rule, const ComponentOf<S> *s, 
     }
     else
     {
-        const int64 done = VEC_Math::convertRow(kindOf<S>, kindOf<D>, s, d, termsOf(rule), n);
+        const int64 done = VEC_Math::convertRow(kindOf<S>, kindOf<D>, s, d, termsOf(rule, n), n);
         ruleLoop(rule, s + done, d + done, n - done);
     }
 }

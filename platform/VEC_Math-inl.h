@@ -285,6 +285,14 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
     else if constexpr (K == 2)
     {
         const hn::Rebind<uint32_t, DF> du;
+        if (t.writeFloat32)
+        {
+            const hn::Rebind<int32_t, DF> di;
+            const auto y = hn::Add(hn::Add(hn::Mul(x, hn::Set(df, t.writeRange32f)), hn::Set(df, t.writeBlack32f)),
+                                   hn::Set(df, 0.5f));
+            hn::StoreU(hn::BitCast(du, hn::ConvertTo(di, y)), du, static_cast<uint32 *>(dst) + i);
+            return true;
+        }
 #if HWY_TARGET == HWY_SCALAR
         const auto r = integerOf32(df, x, t);
 #else

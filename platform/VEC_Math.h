@@ -62,6 +62,13 @@ struct RowTerms
     // [0, 2^31 - 1): 32-bit results then need neither the clamp nor the
     // floor (truncation is the floor of a positive value).
     bool writeInRange32 = false;
+    // Set (with writeInRange32) when y computed in float as
+    // (x * writeRange32f + writeBlack32f) + 0.5 truncates to the same 32-bit
+    // result as the rule for every source value, which the caller has
+    // checked value by value.
+    bool writeFloat32 = false;
+    float writeRange32f = 0.0f;
+    float writeBlack32f = 0.0f;
 };
 
 // Converts whole vectors of a row from `src` (kind `from`) to `dst` (kind

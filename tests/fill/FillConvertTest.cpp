@@ -242,6 +242,35 @@ TEST(FillConvert, DocumentedValues)
     EXPECT_EQ(halfValue(halfOf(2049.0f)), 2050.0f);
 }
 
+TEST(FillConvert, LongRowsFromSmallFormatsTo32BitsMatchTheRuleForEveryValue)
+{
+    // Rows long enough for the shortened 32-bit writes, every source value
+    // many times over, against the rule: destination points where single
+    // precision holds (the defaults, a small custom range), where only the
+    // signed range holds, and the full range.
+    const Points pointSets[] = {{0, 255, 0, 255},
+                                {0, 255, 100, 1123},
+                                {0, 255, 70000, 5},
+                                {0, 255, 0, 2147480000u},
+                                {0, 255, 0, 0xFFFFFFFFu}};
+    for (IMB_DataFormat s : {IMB_INT8, IMB_INT16})
+    {
+        const uint32 values = s == IMB_INT8 ? 256 : 65536;
+        const int64 n = 17 * static_cast<int64>(values);
+        Buffer src(s, static_cast<size_t>(n)), dst(IMB_INT32, static_cast<size_t>(n));
+        for (int64 i = 0; i < n; ++i)
+            src.set(i, static_cast<uint32>(i * 7919) % values);
+        for (const Points &pts : pointSets)
+            for (bool df : {true, false})
+            {
+                runFill(s, IMB_INT32, true, df, pts, src, dst, n, 1, 1, 1);
+                for (int64 i = 0; i < n; ++i)
+                    ASSERT_EQ(dst.get(i), convert(s, IMB_INT32, true, df, src.get(i), pts))
+                        << formatName(s) << " value " << src.get(i) << " to " << pts.db << "/" << pts.dw;
+            }
+    }
+}
+
 TEST(FillConvert, FullRange32BitValuesDivideExactlyOnTheWayToFloats)
 {
     // A million values spread over the whole 32-bit range, through the
