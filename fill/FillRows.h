@@ -83,6 +83,9 @@ VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule, int64 n)
             const double lo = 0.0 * t.writeRange64 + t.writeBlack64 + 0.5;
             const double hi = top * t.writeRange64 + t.writeBlack64 + 0.5;
             t.writeInRange32 = std::min(lo, hi) >= 0.0 && std::max(lo, hi) < 2147483647.0;
+            // Black and white being 32-bit values, this always holds here;
+            // checked all the same, as it is what lets the clamps go.
+            t.writeUnclamped32 = std::min(lo, hi) >= 0.0 && std::max(lo, hi) < 4294967296.0;
             // Then single precision is usually exact too (as for the
             // default 0-255 destination), at a quarter of the work.
             t.writeRange32f = static_cast<float>(t.writeRange64);

@@ -212,8 +212,11 @@ HWY_INLINE hn::Vec<hn::Rebind<uint32_t, DF>> integerOf32(DF df, hn::Vec<DF> x, c
     auto y = hn::Floor(hn::Add(hn::Add(hn::Mul(hn::PromoteTo(dd, x), hn::Set(dd, t.writeRange64)),
                                        hn::Set(dd, t.writeBlack64)),
                                hn::Set(dd, 0.5)));
-    y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(dd)), y);
-    y = hn::Min(y, hn::Set(dd, 4294967295.0));
+    if (!t.writeUnclamped32)
+    {
+        y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(dd)), y);
+        y = hn::Min(y, hn::Set(dd, 4294967295.0));
+    }
     // Exact integers in [0, 2^32 - 1]: shift into the signed range, convert,
     // and flip the top bit back.
     const auto r = hn::DemoteTo(di, hn::Sub(y, hn::Set(dd, 2147483648.0)));

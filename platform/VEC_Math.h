@@ -62,6 +62,8 @@ struct RowTerms
     // [0, 2^31 - 1): 32-bit results then need neither the clamp nor the
     // floor (truncation is the floor of a positive value).
     bool writeInRange32 = false;
+    // Set when every y lies in [0, 2^32): no clamp, only the floor.
+    bool writeUnclamped32 = false;
     // Set (with writeInRange32) when y computed in float as
     // (x * writeRange32f + writeBlack32f) + 0.5 truncates to the same 32-bit
     // result as the rule for every source value, which the caller has
