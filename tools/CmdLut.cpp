@@ -115,10 +115,18 @@ void runInfo(const std::string &path)
         fmt::print("1D        {} track(s) of {} samples{}\n", lut.getNumChannels(), lut.getTableSize(),
                    lut.isHalfPrec() ? " (half samples)" : "");
     if (lut.getType() & IMB_LUT_3D)
-        fmt::print("cube      edge {}{}\n", lut.get3DSize(),
-                   (lut.getType() & 63) && path.size() > 5 && path.compare(path.size() - 5, 5, ".blut") == 0
-                       ? " (not read with the header of a binary pre-tabled cube)"
-                       : "");
+    {
+        // Binary files keep the cube edge with the samples, past what a
+        // header read takes: read such files whole.
+        int edge = lut.get3DSize();
+        if (edge == 0)
+        {
+            IMB_Lookup whole;
+            loadOrFail(whole, path);
+            edge = whole.get3DSize();
+        }
+        fmt::print("cube      edge {}\n", edge);
+    }
     lut.getDomain(lo, hi);
     fmt::print("domain    {} .. {}\n", lo, hi);
     lut.getRange(lo, hi);
