@@ -4,7 +4,6 @@
 #include <IMB/IMB_DeepPixel.h>
 
 #include "deep/DeepRankSort.h"
-#include "deep/DeepRankSort.h"
 #include "platform/Log.h"
 
 #include <algorithm>

@@ -26,7 +26,6 @@ template <IMB_DataFormat F> constexpr VEC_Math::Kind kindOf =
     : F == IMB_FLOAT32 ? VEC_Math::kF32
                        : VEC_Math::kF16;
 
-// The terms of a conversion rule for the fused vector rows.
 // Whether the float form of a 32-bit write (see VEC_Math::RowTerms) gives
 // the rule's result for every value of an 8- or 16-bit source; checked value
 // by value, so only for rows long enough to repay it.
@@ -47,6 +46,7 @@ bool floatWriteIsExact(const ThroughRule<S, SF, D, DF> &rule, const VEC_Math::Ro
     return true;
 }
 
+// The terms of a conversion rule for the fused vector rows over n components.
 template <IMB_DataFormat S, bool SF, IMB_DataFormat D, bool DF>
 VEC_Math::RowTerms termsOf(const ThroughRule<S, SF, D, DF> &rule, int64 n)
 {
