@@ -23,6 +23,26 @@ namespace HWY_NAMESPACE
 {
 namespace hn = hwy::HWY_NAMESPACE;
 
+// Stores floats already clamped to [0, white] as integers of T (8 or 16
+// bits): the truncating conversion is their floor, and as they fit, the low
+// bits of each 32-bit result are the result, which is cheaper than a
+// saturating demotion.
+template <class DF, class DT>
+HWY_INLINE void storeClamped(DF df, DT dt, hn::Vec<DF> y, hn::TFromD<DT> *HWY_RESTRICT p)
+{
+    const hn::RebindToUnsigned<DF> du;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+    // The floor plus 2^23 holds the integer in its low mantissa bits; this
+    // skips the fix-up for out-of-range values that the x86 conversion
+    // needs, and none are left here.
+    (void)df;
+    hn::StoreU(hn::TruncateTo(dt, hn::BitCast(du, hn::Add(hn::Floor(y), hn::Set(df, 8388608.0f)))), dt, p);
+#else
+    const hn::RebindToSigned<DF> di;
+    hn::StoreU(hn::TruncateTo(dt, hn::BitCast(du, hn::ConvertTo(di, y))), dt, p);
+#endif
+}
+
 // Converts whole vectors of floats to integers of type T; returns how many
 // were done.
 template <typename T>
@@ -30,7 +50,6 @@ HWY_INLINE int64 wpointVectors(T *HWY_RESTRICT dst, const float *HWY_RESTRICT sr
                                float black, int64 n)
 {
     const hn::ScalableTag<float> df;
-    const hn::Rebind<int32_t, decltype(df)> di;
     const hn::Rebind<T, decltype(df)> dt;
     const int64 lanes = static_cast<int64>(hn::Lanes(df));
     const auto vScale = hn::Set(df, scale);
@@ -47,7 +66,7 @@ HWY_INLINE int64 wpointVectors(T *HWY_RESTRICT dst, const float *HWY_RESTRICT sr
         // left is positive, where the truncating conversion is the floor.
         y = hn::IfThenElseZero(hn::Gt(y, zero), y);
         y = hn::Min(y, vMax);
-        hn::StoreU(hn::DemoteTo(dt, hn::ConvertTo(di, y)), dt, dst + i);
+        storeClamped(df, dt, y, dst + i);
     }
     return i;
 }
@@ -310,21 +329,23 @@ HWY_INLINE bool storeFraction(DF df, hn::Vec<DF> x, void *HWY_RESTRICT dst, int6
     {
         using T = std::conditional_t<K == 0, uint8_t, uint16_t>;
         const hn::Rebind<T, DF> dt;
-        const hn::Rebind<int32_t, DF> di;
         auto y = hn::Add(hn::Add(hn::Mul(x, hn::Set(df, t.writeScale)), hn::Set(df, t.writeBlack)), hn::Set(df, 0.5f));
         // NaN and values below 0 give 0; on what is left (positive) the
         // truncating conversion is the floor.
         y = hn::IfThenElseZero(hn::Gt(y, hn::Zero(df)), y);
         y = hn::Min(y, hn::Set(df, t.writeMax));
-        hn::StoreU(hn::DemoteTo(dt, hn::ConvertTo(di, y)), dt, static_cast<T *>(dst) + i);
+        storeClamped(df, dt, y, static_cast<T *>(dst) + i);
         return true;
     }
 }
 
 template <int From, int To>
-HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT dst, const VEC_Math::RowTerms &t,
+HWY_INLINE int64 convertRowT(const void *HWY_RESTRICT src, void *HWY_RESTRICT dst, const VEC_Math::RowTerms &terms,
                              int64 n)
 {
+    // A local copy: the stores to dst cannot reach it, so its values stay in
+    // registers instead of being loaded again for every vector.
+    const VEC_Math::RowTerms t = terms;
 #if HWY_TARGET == HWY_SCALAR
     using DF = hn::Rebind<float, hn::ScalableTag<double>>;
 #else
