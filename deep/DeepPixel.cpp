@@ -363,23 +363,22 @@ bool IMB_DeepPixel::closeSingleRun(ListPtr &list)
     const int n = static_cast<int>(myKeys.size());
     if (n < 2 || n > imb_detail::kRankSortMax || myMipCount.load() != 0)
         return false;
+    // Keys are in store order here: key i is raw sample i.
     const SampleKey *keys = myKeys.data();
     const int id = keys[0].id;
-    for (int i = 1; i < n; ++i)
-        if (keys[i].id != id)
-            return false;
-
-    // Keys are in store order here: key i is raw sample i.
     const std::size_t stride = static_cast<std::size_t>(myFloatCount);
     int32 depth[imb_detail::kRankSortMax + imb_detail::kRankPad];
     int32 order[imb_detail::kRankSortMax + imb_detail::kRankPad];
-    bool ascending = true;
+    bool sameId = true, ascending = true;
     depth[0] = imb_detail::depthKey(myFloats[0]);
     for (int i = 1; i < n; ++i)
     {
         depth[i] = imb_detail::depthKey(myFloats[static_cast<std::size_t>(i) * stride]);
-        ascending = ascending && depth[i - 1] <= depth[i];
+        ascending &= depth[i - 1] <= depth[i];
+        sameId &= keys[i].id == id;
     }
+    if (!sameId)
+        return false;
     if (ascending)
     {
         for (int i = 0; i < n; ++i)

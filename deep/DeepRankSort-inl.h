@@ -8,7 +8,7 @@
 #define IMB_DEEP_RANK_SORT_INL_H_
 #endif
 
-#include <IMB/platform/BAS_Types.h>
+#include "deep/DeepRankSort.h"
 
 #include <hwy/highway.h>
 
@@ -18,6 +18,8 @@ namespace imb_detail
 namespace HWY_NAMESPACE
 {
 namespace hn = hwy::HWY_NAMESPACE;
+
+static_assert(kRankPad * sizeof(int32) >= 4 * HWY_MAX_BYTES, "the padding must cover four whole vectors");
 
 // rank[i] = #{j : k[j] < k[i]}, four vectors of keys at a time: each key j
 // is broadcast once and compared with all of them. Equal keys get equal

@@ -19,8 +19,6 @@ namespace imb_detail
 HWY_EXPORT(CountLess);
 HWY_EXPORT(RankKeys);
 
-static_assert(kRankPad * sizeof(int32) >= 4 * HWY_MAX_BYTES, "the padding must cover four whole vectors");
-
 void rankKeys(const int32 *keys, int n, int32 *rank)
 {
     // Distinct keys (the usual case, depths being floats) are ranked by

@@ -10,8 +10,9 @@ namespace imb_detail
 constexpr int kRankSortMax = 96;
 
 // Entries that rankKeys may read after the n keys and write after the n
-// ranks: four whole vectors of the widest instruction set.
-constexpr int kRankPad = 256;
+// ranks: four whole vectors of the widest instruction set (x86 and Arm
+// NEON; wider vector machines need more, which the build checks).
+constexpr int kRankPad = 64;
 
 // rank[i] = the number of keys ordering before key i, where keys order by
 // value and equal values by position: a permutation of 0..n-1 that sorts
