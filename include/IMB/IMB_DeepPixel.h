@@ -87,7 +87,10 @@ public:
     // the result; a pixel without stores gives a null list. With
     // subSamples <= 1 and several lists (several ids, or several mip stores)
     // only the first list is returned. A null compressor returns the first
-    // list uncompressed.
+    // list uncompressed. Within a list, samples run by zfront in float
+    // order, with -0 before +0 and NaNs at the two ends; samples of equal
+    // zfront keep their store order (for concurrent stores, the order in
+    // which the lock let them in).
     ListPtr closePixel(const std::shared_ptr<IMB_DeepCompressor> &compressor);
 
     // A pixel is open between startPixel and closePixel.
