@@ -157,20 +157,26 @@ template <typename Fn> void timeLoop(benchmark::State &state, size_t bytesMoved,
         state.counters["vs_peer"] = perCall / peerTime;
 }
 
+// Sets `p` (default points) to convert the whole image contiguously from
+// `src` to `dst`.
+void setConversion(IMB_FillParms &p, const void *src, IMB_DataFormat s, void *dst, IMB_DataFormat d)
+{
+    p.mySource = src;
+    p.mySourceType = s;
+    p.myDest = dst;
+    p.myDestType = d;
+    p.setSourceArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
+    p.setDestArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
+}
+
 void convertBench(benchmark::State &state, IMB_DataFormat s, IMB_DataFormat d)
 {
     auto src = sourceOf(s);
     Block dst(static_cast<size_t>(kCount) * bytesOf(d));
-
     IMB_FillParms p;
-    p.mySource = src->data;
-    p.mySourceType = s;
-    p.myDest = dst.data;
-    p.myDestType = d;
+    setConversion(p, src->data, s, dst.data, d);
     if (d == IMB_INT32)
         p.myDestWhite = 0xFFFFFFFFu;
-    p.setSourceArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
-    p.setDestArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
 
     // The peer: OpenImageIO converting the same pixels on one thread.
     const OIIO::ImageSpec srcSpec(static_cast<int>(kWidth), static_cast<int>(kHeight), static_cast<int>(kChannels),
@@ -249,12 +255,7 @@ void BM_ConvertDefaultPoints(benchmark::State &state)
     auto src = sourceOf(IMB_INT16);
     Block dst(static_cast<size_t>(kCount) * bytesOf(IMB_INT32));
     IMB_FillParms p;
-    p.mySource = src->data;
-    p.mySourceType = IMB_INT16;
-    p.myDest = dst.data;
-    p.myDestType = IMB_INT32;
-    p.setSourceArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
-    p.setDestArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
+    setConversion(p, src->data, IMB_INT16, dst.data, IMB_INT32);
     timeLoop(state, static_cast<size_t>(kCount) * (bytesOf(IMB_INT16) + bytesOf(IMB_INT32)),
              memcpySeconds(static_cast<size_t>(kCount) * bytesOf(IMB_INT32)), 0.0, [&] { IMB_Fill::fill(p); });
 }
