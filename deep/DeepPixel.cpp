@@ -384,7 +384,7 @@ bool IMB_DeepPixel::closeSingleRun(ListPtr &list)
         for (int i = 0; i < n; ++i)
             order[i] = i;
     }
-    else
+    else if (n > imb_detail::kNetworkMax || !imb_detail::orderByNetwork(depth, n, order))
     {
         int32 rank[imb_detail::kRankSortMax + imb_detail::kRankPad];
         std::fill(depth + n, depth + n + imb_detail::kRankPad, 0);

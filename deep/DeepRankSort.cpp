@@ -18,6 +18,7 @@ namespace imb_detail
 {
 HWY_EXPORT(CountLess);
 HWY_EXPORT(RankKeys);
+HWY_EXPORT(OrderByNetwork);
 
 void rankKeys(const int32 *keys, int n, int32 *rank)
 {
@@ -37,6 +38,11 @@ void rankKeys(const int32 *keys, int n, int32 *rank)
         }
         word |= bit;
     }
+}
+
+bool orderByNetwork(const int32 *depth, int n, int32 *order)
+{
+    return HWY_DYNAMIC_DISPATCH(OrderByNetwork)(depth, n, order);
 }
 
 void sortWords(uint64 *w, int n)

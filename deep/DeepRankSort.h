@@ -20,6 +20,17 @@ constexpr int kRankPad = 64;
 // are read but not counted). n is at most kRankSortMax.
 void rankKeys(const int32 *keys, int n, int32 *rank);
 
+// Runs up to this length are sorted by a sorting network.
+constexpr int kNetworkMax = 64;
+
+// order[j] = the position of the j-th smallest depth key, equal keys in
+// position order, for n from 1 to kNetworkMax: the network sorts each key's
+// top 26 bits with its position below them. False when two keys that
+// differ only in their low 6 bits came out of order (rare: depths within
+// 64 units in the last place); order then means nothing. order holds room
+// for kNetworkMax entries.
+bool orderByNetwork(const int32 *depth, int n, int32 *order);
+
 // Sorts w[0..n) ascending. The words must be unique and their low 32 bits
 // must ascend with their position (the store index), so that words with
 // equal high halves are already in order. The result is std::sort's.

@@ -72,15 +72,28 @@ TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
         // Counts on both sides of the short-run sort (96 samples) and up to
         // several hundred. Most pixels have many equal depths (from a handful
         // of values, zeros of both signs among them); every fourth has only
-        // distinct ones.
+        // distinct ones, and every fourth depths a few units in the last
+        // place apart (on either side of zero), which differ only in their
+        // lowest bits.
         const int n = std::uniform_int_distribution<int>(1, round % 3 == 0 ? 400 : 120)(rng);
         const float depths[] = {-2.5f, -0.0f, 0.0f, 1.0f, 1.5f, 3.0e38f, -3.0e38f};
-        const bool distinct = round % 4 == 1;
+        const bool distinct = round % 4 == 1, close = round % 4 == 3;
+        const uint32 closeBase = round % 8 == 3 ? 0x3f800000u : 0xc0200000u;
         std::vector<float> zfronts;
         for (int i = 0; i < n; ++i)
-            zfronts.push_back(!distinct && std::uniform_int_distribution<int>(0, 2)(rng) == 0
-                                  ? depths[std::uniform_int_distribution<int>(0, 6)(rng)]
-                                  : std::uniform_real_distribution<float>(-10.0f, 10.0f)(rng));
+        {
+            float z;
+            if (close)
+            {
+                const uint32 bits = closeBase + std::uniform_int_distribution<uint32>(0, 150)(rng);
+                std::memcpy(&z, &bits, sizeof z);
+            }
+            else if (!distinct && std::uniform_int_distribution<int>(0, 2)(rng) == 0)
+                z = depths[std::uniform_int_distribution<int>(0, 6)(rng)];
+            else
+                z = std::uniform_real_distribution<float>(-10.0f, 10.0f)(rng);
+            zfronts.push_back(z);
+        }
         // Some pixels arrive already front to back.
         if (round % 5 == 4)
             std::sort(zfronts.begin(), zfronts.end());
