@@ -64,6 +64,14 @@ void sortWords(uint64 *w, int n)
         keys[i] = static_cast<int32>(static_cast<uint32>(w[i] >> 32) ^ 0x80000000u);
         copy[i] = w[i];
     }
+    // Equal high halves come out in position order either way, which is
+    // the order of their low halves.
+    if (n <= kNetworkMax && orderByNetwork(keys, n, rank))
+    {
+        for (int j = 0; j < n; ++j)
+            w[j] = copy[rank[j]];
+        return;
+    }
     std::fill(keys + n, keys + n + kRankPad, 0);
     rankKeys(keys, n, rank);
     for (int i = 0; i < n; ++i)
