@@ -1,5 +1,5 @@
-// The rank kernel, compiled once per instruction set (included through
-// hwy/foreach_target.h by DeepRankSort.cpp).
+// The rank and sorting-network kernels, compiled once per instruction set
+// (included through hwy/foreach_target.h by DeepRankSort.cpp).
 
 #if defined(IMB_DEEP_RANK_SORT_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef IMB_DEEP_RANK_SORT_INL_H_

@@ -1,8 +1,9 @@
-// Ranking short runs: every key's rank is the number of keys ordering before
-// it, counted with vector compares over all pairs. That is n^2 compares, but
-// branch-free and a whole vector at a time, which for the few dozen samples
-// of a typical deep pixel beats a comparison sort, whose branches on random
-// depths mispredict about half the time.
+// Sorting short runs without branches on the data, which for the few dozen
+// samples of a typical deep pixel beats a comparison sort, whose branches
+// on random depths mispredict about half the time. Up to 64 keys go through
+// a sorting network; where it cannot decide, and up to 96, every key's rank
+// is the number of keys ordering before it, counted with vector compares
+// over all pairs.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "deep/DeepRankSort-inl.h"
 #include <hwy/foreach_target.h> // IWYU pragma: keep

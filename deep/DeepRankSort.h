@@ -5,8 +5,9 @@
 
 namespace imb_detail
 {
-// Runs up to this length are ranked with vector compares; longer ones go to
-// std::sort, whose n log n wins past about this size.
+// Runs up to this length are ranked with vector compares (where the network
+// below cannot sort them); longer ones go to std::sort, whose n log n wins
+// past about this size.
 constexpr int kRankSortMax = 96;
 
 // Entries that rankKeys may read after the n keys and write after the n
@@ -20,7 +21,7 @@ constexpr int kRankPad = 64;
 // are read but not counted). n is at most kRankSortMax.
 void rankKeys(const int32 *keys, int n, int32 *rank);
 
-// Runs up to this length are sorted by a sorting network.
+// Runs up to this length are sorted by a sorting network first.
 constexpr int kNetworkMax = 64;
 
 // order[j] = the position of the j-th smallest depth key, equal keys in

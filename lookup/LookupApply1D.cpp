@@ -33,8 +33,8 @@ template <> struct LutFormat<IMB_INT16>
 template <> struct LutFormat<IMB_INT32>
 {
     using T = uint32;
-    using Calc = double; // 32-bit integers are computed in double precision
-    static constexpr double kInvWhite = 1.0 / 4294967295.0;
+    using Calc = double; // 32-bit integers are computed in double precision,
+                         // divided by white: a rounded reciprocal would differ
     static constexpr double kWhite = 4294967295.0;
 };
 template <> struct LutFormat<IMB_FLOAT16>
