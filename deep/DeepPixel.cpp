@@ -60,6 +60,52 @@ struct RawSamples
     std::size_t stride;
 };
 
+// Channel counts up to this, with tuples of up to four floats, are copied
+// sample by sample.
+constexpr int kRowChannels = 4;
+
+// The depths and the C channels' tuples of `count` samples (at least 2),
+// sample j from raw row indexOf(j), one row at a time. Tuples of two to four
+// floats are copied as four floats: the excess lands on the next samples'
+// components in the same plane, which later copies write, and the last
+// sample, copied exactly, leaves nothing past the plane. Reads past a tuple
+// stay within the raw rows or the buffer's slack.
+template <int C, class IndexOf>
+void extractRows(const RawSamples &raw, float *zf, float *zb, float *const *planes, const float *const *sources,
+                 const int *sizes, int count, IndexOf indexOf)
+{
+    float *dst[C > 0 ? C : 1];
+    const float *src[C > 0 ? C : 1];
+    int size[C > 0 ? C : 1];
+    for (int c = 0; c < C; ++c)
+    {
+        dst[c] = planes[c];
+        src[c] = sources[c];
+        size[c] = sizes[c];
+    }
+    for (int j = 0; j < count; ++j)
+    {
+        const std::size_t row = static_cast<std::size_t>(indexOf(j)) * raw.stride;
+        zf[j] = raw.floats[row];
+        zb[j] = raw.floats[row + 1];
+        if (j == count - 1)
+        {
+            for (int c = 0; c < C; ++c)
+                for (int k = 0; k < size[c]; ++k)
+                    dst[c][k] = src[c][row + static_cast<std::size_t>(k)];
+            break;
+        }
+        for (int c = 0; c < C; ++c)
+        {
+            if (size[c] == 1)
+                dst[c][0] = src[c][row];
+            else
+                std::memcpy(dst[c], src[c] + row, 4 * sizeof(float));
+            dst[c] += size[c];
+        }
+    }
+}
+
 // Fills `out` (sized to the run) from the raw samples: sample j takes the
 // depths and channel values of raw row indexOf(j), the flag byte at run
 // position j (flags are not permuted by the sort: deliberate, callers rely
@@ -74,6 +120,36 @@ void extractSamples(IMB_DeepSampleList &out, const RawSamples &raw, uint64 mask,
     std::memcpy(out.flagBuffer(), raw.flags, static_cast<std::size_t>(count));
     for (int j = 0; j < count; ++j)
         cov[j] = mask;
+    const IMB_DeepChannelList *chans = out.channels().get();
+    const int channelCount = chans ? chans->channelCount() : 0;
+    bool shortTuples = channelCount <= kRowChannels;
+    for (int ch = 0; shortTuples && ch < channelCount; ++ch)
+        shortTuples = chans->tupleSize(ch) <= 4;
+    if (shortTuples && count >= 2)
+    {
+        float *planes[kRowChannels];
+        const float *sources[kRowChannels];
+        int sizes[kRowChannels];
+        for (int ch = 0; ch < channelCount; ++ch)
+        {
+            planes[ch] = out.channelBuffer(ch);
+            sources[ch] = raw.floats + 2 + chans->offset(ch);
+            sizes[ch] = chans->tupleSize(ch);
+        }
+        auto rows = [&](auto channels) {
+            extractRows<decltype(channels)::value>(raw, zf, zb, planes, sources, sizes, count, indexOf);
+        };
+        switch (channelCount)
+        {
+        case 0: rows(std::integral_constant<int, 0>()); break;
+        case 1: rows(std::integral_constant<int, 1>()); break;
+        case 2: rows(std::integral_constant<int, 2>()); break;
+        case 3: rows(std::integral_constant<int, 3>()); break;
+        default: rows(std::integral_constant<int, 4>()); break;
+        }
+        return;
+    }
+
     for (int j = 0; j < count; ++j)
     {
         const float *row = raw.floats + static_cast<std::size_t>(indexOf(j)) * raw.stride;
@@ -82,8 +158,6 @@ void extractSamples(IMB_DeepSampleList &out, const RawSamples &raw, uint64 mask,
     }
     // Then each channel plane in turn, with fixed-length copies for the
     // common tuple sizes.
-    const IMB_DeepChannelList *chans = out.channels().get();
-    const int channelCount = chans ? chans->channelCount() : 0;
     for (int ch = 0; ch < channelCount; ++ch)
     {
         const int size = chans->tupleSize(ch);

@@ -46,11 +46,16 @@ struct Stored
     int flags, id;
 };
 
-// Layouts with tuples of 1, 3 and 4 floats and an odd total size.
+// Layouts with tuples of 1 to 5 floats, an odd total size, and more
+// channels than are copied row by row.
 ChannelsPtr layout(int which)
 {
-    return which == 0 ? channels({{"C", 3}, {"Of", 3}})
-                      : channels({{"A", 1}, {"RGBA", 4}, {"P", 2}, {"id", 1, true}});
+    switch (which)
+    {
+    case 0: return channels({{"C", 3}, {"Of", 3}});
+    case 1: return channels({{"A", 1}, {"RGBA", 4}, {"P", 2}, {"id", 1, true}});
+    default: return channels({{"N", 5}, {"A", 1}, {"B", 1}, {"C", 3}, {"D", 2}});
+    }
 }
 
 class DeepPixelRandom : public ::testing::TestWithParam<int>
@@ -63,7 +68,7 @@ TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
     std::mt19937 rng(77u + static_cast<unsigned>(subSamples));
     for (int round = 0; round < 60; ++round)
     {
-        ChannelsPtr chans = layout(round % 2);
+        ChannelsPtr chans = layout(round / 2 % 3);
         const int total = chans->totalSize();
         auto keep = std::make_shared<KeepingCompressor>(chans);
         std::shared_ptr<IMB_DeepCompressor> compressor = keep;
