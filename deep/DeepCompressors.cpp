@@ -25,6 +25,10 @@ template <int Key> struct PQueueItemT
     int listIndex;
     int sample;
     float key;
+    // Fills the record's 24 bytes. With padding there, copies move the
+    // last word in 4 bytes and later reads take it in 8, which the
+    // processor cannot forward from a store still in flight.
+    int32 spare = 0;
 
     PQueueItemT() = default;
     PQueueItemT(const IMB_DeepSampleList *l, int index, int s)
@@ -165,16 +169,24 @@ protected:
             return out;
         }
         // The merge order first, then each plane gathered in one pass.
-        std::vector<SamplePick> picks;
-        picks.reserve(static_cast<std::size_t>(total));
-        while (!heap.isEmpty())
+        // The list just taken from usually stays on top for its next sample,
+        // which one pass down the heap settles. Picks are written field by
+        // field: a whole-record copy of fields just stored stalls the
+        // processor's store forwarding.
+        std::vector<SamplePick> picks(static_cast<std::size_t>(total));
+        for (SamplePick *pick = picks.data(); !heap.isEmpty(); ++pick)
         {
-            PQueueItemT<0> item = heap.popTop();
-            picks.push_back(SamplePick{item.list, item.sample});
-            if (item.sample + 1 < item.list->sampleCount())
-                heap.push(PQueueItemT<0>(item.list, item.listIndex, item.sample + 1));
+            const PQueueItemT<0> &top = heap.top();
+            const IMB_DeepSampleList *list = top.list;
+            const int sample = top.sample;
+            pick->list = list;
+            pick->sample = sample;
+            if (sample + 1 < list->sampleCount())
+                heap.replaceTop(PQueueItemT<0>(list, top.listIndex, sample + 1));
+            else
+                heap.pop();
         }
-        gatherSamples(*out, picks.data(), static_cast<int>(picks.size()));
+        gatherSamples(*out, picks.data(), total);
         return out;
     }
 
@@ -363,12 +375,16 @@ ListPtr simpleCompressor::doMerge(const ListPtr *lists, int count) const
             continue;
         }
 
-        PQueueItemT<0> item = fronts.popTop();
-        const IMB_DeepSampleList &src = *item.list;
-        const int si = item.sample;
+        // The sample on top, and the next of its list in its place.
+        const PQueueItemT<0> &top = fronts.top();
+        const IMB_DeepSampleList &src = *top.list;
+        const int listIndex = top.listIndex;
+        const int si = top.sample;
+        const float d = top.key;
         if (si + 1 < src.sampleCount())
-            fronts.push(PQueueItemT<0>(item.list, item.listIndex, si + 1));
-        const float d = item.key;
+            fronts.replaceTop(PQueueItemT<0>(&src, listIndex, si + 1));
+        else
+            fronts.pop();
         const bool matte = src.isMatte(si);
         const bool volume = src.isVolume(si);
 
@@ -420,8 +436,8 @@ ListPtr simpleCompressor::doMerge(const ListPtr *lists, int count) const
 
         if (volume)
         {
-            open.push_back(OpenVolume{item.list, si, weight, 0.0f, d});
-            backs.push(PQueueItemT<1>(item.list, item.listIndex, si));
+            open.push_back(OpenVolume{&src, si, weight, 0.0f, d});
+            backs.push(PQueueItemT<1>(&src, listIndex, si));
         }
         else
             writer.contribute(src, si, weight, d, src.zback(si), false);

@@ -95,7 +95,7 @@ struct Item
 
 // ---------------------------------------------------------------- heap
 
-TEST(BasPriorityQueue, PopsItemsInAscendingKeyOrder)
+TEST(BasPriorityQueue, PopsAndReplacesItemsInAscendingKeyOrder)
 {
     std::mt19937 rng(7);
     std::uniform_int_distribution<int> dist(-50, 50);
@@ -113,6 +113,15 @@ TEST(BasPriorityQueue, PopsItemsInAscendingKeyOrder)
             q.pop();
             keys.erase(smallest);
         }
+    }
+    // Replacing the top removes the smallest and inserts the new item, the
+    // way a merge advances the list it just took from.
+    for (int i = 0; i < 200; ++i)
+    {
+        auto smallest = std::min_element(keys.begin(), keys.end());
+        ASSERT_EQ(q.top().key, *smallest);
+        *smallest = dist(rng);
+        q.replaceTop(Item{*smallest, 1000 + i});
     }
     std::sort(keys.begin(), keys.end());
     ASSERT_EQ(q.entries(), static_cast<int>(keys.size()));
