@@ -65,21 +65,8 @@ public:
     // another order. The queue must not be empty.
     void replaceTop(T item)
     {
-        std::size_t i = 0;
-        const std::size_t n = myHeap.size();
-        for (;;)
-        {
-            std::size_t child = 2 * i + 1;
-            if (child >= n)
-                break;
-            if (child + 1 < n && myLess(myHeap[child + 1], myHeap[child]))
-                ++child;
-            if (!myLess(myHeap[child], item))
-                break;
-            myHeap[i] = std::move(myHeap[child]);
-            i = child;
-        }
-        myHeap[i] = std::move(item);
+        myHeap.front() = std::move(item);
+        siftDown(0);
     }
 
     // Removes the smallest item and returns it. The queue must not be empty.
