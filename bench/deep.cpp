@@ -4,11 +4,12 @@
 //
 // Counters: bytes_per_second counts the sample bytes handled (depths, flag
 // and channel values); vs_memcpy is the time over a memcpy of the same bytes,
-// vs_peer the time over OpenEXR doing the same job. The references are
-// measured in the same run, before the case's own loop, as the best of
-// several runs in processor time; the cases use processor time as well,
-// except the raw stores and close-and-composite, which time only their own
-// phase by the wall clock.
+// vs_peer the time over OpenEXR doing the same job (vs_peer_sort and
+// vs_peer_composite: over its sort alone, its compositing alone). The
+// references are measured in the same run, before the case's own loop, as
+// the best of several runs in processor time; the cases use processor time
+// as well, except the raw stores and the closes of 64 samples, which time
+// only their own phase by the wall clock.
 #include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepPixel.h>
 
@@ -218,15 +219,28 @@ BENCHMARK_CAPTURE(BM_ClosePixel, simple, "simple")->Arg(1)->Arg(2)->Arg(4)->Arg(
 
 // OpenEXR's deep compositor on the samples as channel arrays (Z, ZBack, A,
 // R, G, B), sorting them (more than one source) and compositing front to back.
+// Its two halves are timed apart as well: the sort alone, and compositing
+// samples already in depth order through a compositor whose sort keeps the
+// given order.
+struct PresortedCompositing : Imf::DeepCompositing
+{
+    void sort(int order[], const float *[], const char *[], int, int samples, int) override
+    {
+        std::iota(order, order + samples, 0);
+    }
+};
+
 struct ExrPixel
 {
     std::vector<float> z, zb, a, r, g, b;
     const float *inputs[6];
     const char *names[6] = {"Z", "ZBack", "A", "R", "G", "B"};
     float outputs[6];
-    Imf::DeepCompositing compositor;
+    std::vector<int> order;
+    Imf::DeepCompositing sorting;
+    PresortedCompositing presorted;
 
-    explicit ExrPixel(const std::vector<Sample> &s)
+    explicit ExrPixel(const std::vector<Sample> &s) : order(s.size())
     {
         for (const Sample &x : s)
         {
@@ -240,17 +254,33 @@ struct ExrPixel
         const float *in[6] = {z.data(), zb.data(), a.data(), r.data(), g.data(), b.data()};
         std::copy(in, in + 6, inputs);
     }
+    int count() const { return static_cast<int>(z.size()); }
     void run()
     {
-        compositor.composite_pixel(outputs, inputs, names, 6, static_cast<int>(z.size()), 2);
+        sorting.composite_pixel(outputs, inputs, names, 6, count(), 2);
+        benchmark::DoNotOptimize(outputs);
+    }
+    // The sort alone (which expects the order filled in, as the compositor
+    // does before calling it).
+    void sortOnly()
+    {
+        std::iota(order.begin(), order.end(), 0);
+        sorting.sort(order.data(), inputs, names, 6, count(), 2);
+        benchmark::DoNotOptimize(order.data());
+    }
+    // The compositing alone; the samples must be in depth order.
+    void compositeOnly()
+    {
+        presorted.composite_pixel(outputs, inputs, names, 6, count(), 2);
         benchmark::DoNotOptimize(outputs);
     }
 };
 
-double peerTime(const std::vector<Sample> &samples)
+
+std::vector<Sample> sortedByDepth(std::vector<Sample> samples)
 {
-    ExrPixel exr(samples);
-    return bestTime([&] { exr.run(); });
+    std::sort(samples.begin(), samples.end(), [](const Sample &x, const Sample &y) { return x.zf < y.zf; });
+    return samples;
 }
 
 constexpr int kCompositeSamples = 64;
@@ -264,19 +294,39 @@ void BM_ExrSortAndComposite(benchmark::State &state)
 }
 BENCHMARK(BM_ExrSortAndComposite);
 
+void BM_ExrSort(benchmark::State &state)
+{
+    ExrPixel exr(makeSamples(kCompositeSamples, 9));
+    for (auto _ : state)
+        exr.sortOnly();
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
+}
+BENCHMARK(BM_ExrSort);
+
+void BM_ExrCompositeSorted(benchmark::State &state)
+{
+    ExrPixel exr(sortedByDepth(makeSamples(kCompositeSamples, 9)));
+    for (auto _ : state)
+        exr.compositeOnly();
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
+}
+BENCHMARK(BM_ExrCompositeSorted);
+
 // Closing a pixel of 64 unsorted raw samples with the null compressor (which
-// sorts them by depth) and compositing the list: the accumulator's
+// sorts them by depth), and compositing the list: the accumulator's
 // counterpart of OpenEXR's sort and composite of the same samples. Each
 // iteration stores the samples into a few accumulators (untimed), then closes
-// and composites them (timed by the clock, reported per pixel). The batch is
-// small so that, as for the peer, whose inputs stay put, the samples are in
-// the first-level cache: a renderer closes a pixel right after storing it.
-void BM_CloseAndComposite(benchmark::State &state)
+// (and composites) them, timed by the clock and reported per pixel. The batch
+// is small so that, as for the peer, whose inputs stay put, the samples are
+// in the first-level cache: a renderer closes a pixel right after storing it.
+// Closing alone is set beside the peer's sort alone (vs_peer_sort).
+void closeBatch(benchmark::State &state, bool composite)
 {
     ChannelsPtr chans = colourOpacity();
     auto c = IMB_DeepCompressor::Factory::create("null", chans, BAS_Options());
     const std::vector<Sample> samples = makeSamples(kCompositeSamples, 9);
-    const double peer = peerTime(samples);
+    ExrPixel exr(samples);
+    const double peer = composite ? bestTime([&] { exr.run(); }) : bestTime([&] { exr.sortOnly(); });
     constexpr int kBatch = 4;
     std::vector<std::unique_ptr<IMB_DeepPixel>> pixels;
     for (int i = 0; i < kBatch; ++i)
@@ -293,24 +343,36 @@ void BM_CloseAndComposite(benchmark::State &state)
         for (auto &p : pixels)
         {
             ListPtr out = p->closePixel(c);
-            out->composite(1);
+            if (composite)
+                out->composite(1);
             benchmark::DoNotOptimize(out->channelData(0, kCompositeSamples - 1));
         }
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - t0).count() / kBatch);
     }
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
-    state.counters["vs_peer"] = ratioTo(state, peer);
+    state.counters[composite ? "vs_peer" : "vs_peer_sort"] = ratioTo(state, peer);
+}
+
+void BM_CloseAndComposite(benchmark::State &state)
+{
+    closeBatch(state, true);
 }
 BENCHMARK(BM_CloseAndComposite)->UseManualTime();
 
+void BM_Close(benchmark::State &state)
+{
+    closeBatch(state, false);
+}
+BENCHMARK(BM_Close)->UseManualTime();
+
 // A sorted 64-sample list to running composites (or back); the peer is
-// OpenEXR sorting and compositing the same samples. Each pass works on a
-// fresh copy from a batch prepared outside the timed part.
+// OpenEXR sorting and compositing the same samples, and (vs_peer_composite)
+// compositing them alone. Each pass works on a fresh copy from a batch
+// prepared outside the timed part.
 void BM_Composite(benchmark::State &state, bool back)
 {
     ChannelsPtr chans = colourOpacity();
-    std::vector<Sample> samples = makeSamples(kCompositeSamples, 9);
-    std::sort(samples.begin(), samples.end(), [](const Sample &x, const Sample &y) { return x.zf < y.zf; });
+    const std::vector<Sample> samples = sortedByDepth(makeSamples(kCompositeSamples, 9));
     ListPtr pristine(new IMB_DeepSampleList(chans, kCompositeSamples, false));
     for (int i = 0; i < kCompositeSamples; ++i)
     {
@@ -324,7 +386,9 @@ void BM_Composite(benchmark::State &state, bool back)
     }
     if (back)
         pristine->composite(1);
-    const double peer = peerTime(samples);
+    ExrPixel exr(samples);
+    const double peer = bestTime([&] { exr.run(); });
+    const double peerComposite = bestTime([&] { exr.compositeOnly(); });
 
     constexpr int kBatch = 256;
     std::vector<ListPtr> batch(kBatch);
@@ -353,6 +417,7 @@ void BM_Composite(benchmark::State &state, bool back)
     }
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
     state.counters["vs_peer"] = ratioTo(state, peer);
+    state.counters["vs_peer_composite"] = ratioTo(state, peerComposite);
 }
 BENCHMARK_CAPTURE(BM_Composite, composite, false);
 BENCHMARK_CAPTURE(BM_Composite, uncomposite, true);
