@@ -285,32 +285,19 @@ std::vector<Sample> sortedByDepth(std::vector<Sample> samples)
 
 constexpr int kCompositeSamples = 64;
 
-void BM_ExrSortAndComposite(benchmark::State &state)
+// OpenEXR alone: sorting and compositing, sorting, or compositing samples
+// already in depth order.
+void BM_Exr(benchmark::State &state, void (ExrPixel::*step)(), bool presorted)
 {
-    ExrPixel exr(makeSamples(kCompositeSamples, 9));
+    const std::vector<Sample> samples = makeSamples(kCompositeSamples, 9);
+    ExrPixel exr(presorted ? sortedByDepth(samples) : samples);
     for (auto _ : state)
-        exr.run();
+        (exr.*step)();
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
 }
-BENCHMARK(BM_ExrSortAndComposite);
-
-void BM_ExrSort(benchmark::State &state)
-{
-    ExrPixel exr(makeSamples(kCompositeSamples, 9));
-    for (auto _ : state)
-        exr.sortOnly();
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
-}
-BENCHMARK(BM_ExrSort);
-
-void BM_ExrCompositeSorted(benchmark::State &state)
-{
-    ExrPixel exr(sortedByDepth(makeSamples(kCompositeSamples, 9)));
-    for (auto _ : state)
-        exr.compositeOnly();
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
-}
-BENCHMARK(BM_ExrCompositeSorted);
+BENCHMARK_CAPTURE(BM_Exr, sort_and_composite, &ExrPixel::run, false);
+BENCHMARK_CAPTURE(BM_Exr, sort, &ExrPixel::sortOnly, false);
+BENCHMARK_CAPTURE(BM_Exr, composite_sorted, &ExrPixel::compositeOnly, true);
 
 // Closing a pixel of 64 unsorted raw samples with the null compressor (which
 // sorts them by depth), and compositing the list: the accumulator's
