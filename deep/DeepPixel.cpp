@@ -428,10 +428,10 @@ void IMB_DeepPixel::extractRun(ListPtr &list, int start, int end)
     extractSamples(*list, raw, coverageMask(getId(start), mySubSamples), [keys](int j) { return keys[j].index; });
 }
 
-// The common pixel: one sub-sample id and a short run. The run is ranked by
-// depth with vector compares and extracted straight from the ranks, without
-// sorting the keys. Gives what sort and extract give; false (nothing done)
-// for any other pixel.
+// The common pixel: one sub-sample id and a short run. The run's depth order
+// is found from the depths alone (a sorting network, or a vector rank count)
+// and the list extracted straight in that order, without sorting the keys.
+// Gives what sort and extract give; false (nothing done) for any other pixel.
 bool IMB_DeepPixel::closeSingleRun(ListPtr &list)
 {
     const int n = static_cast<int>(myKeys.size());
@@ -458,14 +458,8 @@ bool IMB_DeepPixel::closeSingleRun(ListPtr &list)
         for (int i = 0; i < n; ++i)
             order[i] = i;
     }
-    else if (n > imb_detail::kNetworkMax || !imb_detail::orderByNetwork(depth, n, order))
-    {
-        int32 rank[imb_detail::kRankSortMax + imb_detail::kRankPad];
-        std::fill(depth + n, depth + n + imb_detail::kRankPad, 0);
-        imb_detail::rankKeys(depth, n, rank);
-        for (int i = 0; i < n; ++i)
-            order[rank[i]] = i;
-    }
+    else
+        imb_detail::orderKeys(depth, n, order);
     const RawSamples raw{myFloats, myFlags, stride};
     list = new IMB_DeepSampleList(myChannels, n, myPreComposited);
     extractSamples(*list, raw, coverageMask(id, mySubSamples), [&order](int j) { return order[j]; });

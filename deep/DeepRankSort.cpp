@@ -46,6 +46,17 @@ bool orderByNetwork(const int32 *depth, int n, int32 *order)
     return HWY_DYNAMIC_DISPATCH(OrderByNetwork)(depth, n, order);
 }
 
+void orderKeys(int32 *keys, int n, int32 *order)
+{
+    if (n <= kNetworkMax && orderByNetwork(keys, n, order))
+        return;
+    int32 rank[kRankSortMax + kRankPad];
+    std::fill(keys + n, keys + n + kRankPad, 0);
+    rankKeys(keys, n, rank);
+    for (int i = 0; i < n; ++i)
+        order[rank[i]] = i;
+}
+
 void sortWords(uint64 *w, int n)
 {
     if (n < 2)
@@ -58,25 +69,18 @@ void sortWords(uint64 *w, int n)
     // The high halves as signed keys (flipping the top bit keeps their
     // unsigned order).
     int32 keys[kRankSortMax + kRankPad];
-    int32 rank[kRankSortMax + kRankPad];
     uint64 copy[kRankSortMax];
     for (int i = 0; i < n; ++i)
     {
         keys[i] = static_cast<int32>(static_cast<uint32>(w[i] >> 32) ^ 0x80000000u);
         copy[i] = w[i];
     }
-    // Equal high halves come out in position order either way, which is
-    // the order of their low halves.
-    if (n <= kNetworkMax && orderByNetwork(keys, n, rank))
-    {
-        for (int j = 0; j < n; ++j)
-            w[j] = copy[rank[j]];
-        return;
-    }
-    std::fill(keys + n, keys + n + kRankPad, 0);
-    rankKeys(keys, n, rank);
-    for (int i = 0; i < n; ++i)
-        w[rank[i]] = copy[i];
+    // Equal high halves come out in position order, which is the order of
+    // their low halves.
+    int32 order[kRankSortMax + kRankPad];
+    orderKeys(keys, n, order);
+    for (int j = 0; j < n; ++j)
+        w[j] = copy[order[j]];
 }
 } // namespace imb_detail
 #endif

@@ -32,6 +32,12 @@ constexpr int kNetworkMax = 64;
 // for kNetworkMax entries.
 bool orderByNetwork(const int32 *depth, int n, int32 *order);
 
+// order[j] = the position of the j-th smallest key, equal keys in position
+// order, for n from 2 to kRankSortMax: the network where it can decide, the
+// rank count otherwise. keys holds n + kRankPad entries (the padding is
+// overwritten), order kRankSortMax + kRankPad.
+void orderKeys(int32 *keys, int n, int32 *order);
+
 // Sorts w[0..n) ascending. The words must be unique and their low 32 bits
 // must ascend with their position (the store index), so that words with
 // equal high halves are already in order. The result is std::sort's.
