@@ -93,5 +93,5 @@ void IMB_DeepChannelList::dump(const char *label) const
     for (const Channel &c : myChannels)
         text += imb_detail::format("  {} '{}'\n", c.tupleSize, c.name.c_str());
     text += "}\n";
-    imb_detail::printStderr(text);
+    imb_detail::dumpStderr(text);
 }

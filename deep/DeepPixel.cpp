@@ -557,7 +557,7 @@ void IMB_DeepPixel::clear()
 
 void IMB_DeepPixel::dump(const char *label) const
 {
-    imb_detail::printStderr(imb_detail::format("{} {{\n  myMipCount {}\n  myFloatCount {}\n  myXY {} {}\n}}\n",
+    imb_detail::dumpStderr(imb_detail::format("{} {{\n  myMipCount {}\n  myFloatCount {}\n  myXY {} {}\n}}\n",
                                                (label && *label) ? label : "DeepPixel", myMipCount.load(),
                                                myFloatCount, myXY[0], myXY[1]));
 }

@@ -298,7 +298,7 @@ void IMB_DeepSampleList::dump(const BAS_IntrusivePtr<IMB_DeepChannelList> &chann
         text += "    }\n";
     }
     text += "}\n";
-    imb_detail::printStderr(text);
+    imb_detail::dumpStderr(text);
 }
 
 void IMB_DeepSampleList::dump(const char *label, int start, int end) const

@@ -10,6 +10,7 @@
 namespace
 {
 std::atomic<BAS_ErrorLogSink> theSink{nullptr};
+thread_local BAS_ErrorCapture *theCapture = nullptr;
 
 void emit(bool isError, const char *fmt, va_list args)
 {
@@ -22,6 +23,8 @@ void emit(bool isError, const char *fmt, va_list args)
     std::string text(static_cast<std::size_t>(n) + 1, '\0');
     std::vsnprintf(text.data(), text.size(), fmt, args);
     text.resize(static_cast<std::size_t>(n));
+    if (isError && BAS_ErrorCapture::collect(text.data(), text.size()))
+        return;
     if (BAS_ErrorLogSink sink = theSink.load())
     {
         sink(isError, text.c_str());
@@ -61,4 +64,19 @@ void brevanError(const char *fmt, ...)
 BAS_ErrorLogSink BASsetErrorLogSink(BAS_ErrorLogSink sink)
 {
     return theSink.exchange(sink);
+}
+
+BAS_ErrorCapture::BAS_ErrorCapture() : myOuter(theCapture) { theCapture = this; }
+
+BAS_ErrorCapture::~BAS_ErrorCapture() { theCapture = myOuter; }
+
+bool BAS_ErrorCapture::collect(const char *text, std::size_t size)
+{
+    BAS_ErrorCapture *capture = theCapture;
+    if (!capture)
+        return false;
+    capture->myText.append(text, size);
+    if (size == 0 || text[size - 1] != '\n')
+        capture->myText.push_back('\n');
+    return true;
 }
