@@ -211,8 +211,9 @@ channel; both need the same number of channels.
   the gamma table; other formats ignore it.
 - `offset`: (x, y) of the source's first pixel in the destination; the
   source is clipped to the destination. `flip_x`, `flip_y` mirror it.
-- `row_step`, `row_offset`: take every row_step-th source row from
-  row_offset, packed together in the destination.
+- `row_step`, `row_offset`: of the source rows that fit the destination,
+  take every row_step-th from row_offset, packed together in the
+  destination.
 
 TypeError for an unsupported dtype; ValueError for mismatched channels, a
 read-only or unpacked destination, or overlapping buffers.
