@@ -132,7 +132,7 @@ void storeSamples(PyDeepPixel &p, py::handle zf, py::handle zb, py::handle vals,
             checkId(p, idArr.data()[i]);
     }
     const float *f = front.data(), *b = back.data(), *v = values.data();
-    const int32 *fp = flags ? flags.data() : nullptr, *ip = idArr ? idArr.data() : nullptr;
+    const int32 *fp = fl.is_none() ? nullptr : flags.data(), *ip = ids.is_none() ? nullptr : idArr.data();
     py::gil_scoped_release nogil;
     for (py::ssize_t i = 0; i < n; ++i)
         p.pixel.store(f[i], b[i], v + i * p.floats, fp ? fp[i] : 0, ip ? ip[i] : 0);
