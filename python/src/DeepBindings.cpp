@@ -27,12 +27,12 @@ ChannelsPtr makeChannels(const std::vector<py::tuple> &channels)
     ChannelsPtr list(new IMB_DeepChannelList);
     for (const py::tuple &c : channels)
     {
-        if (c.size() < 2 || c.size() > 3)
-            throw py::value_error("ChannelList: each channel is (name, tuple_size) or (name, tuple_size, ordinal)");
+        if (c.size() < 2 || c.size() > 3 || !py::isinstance<py::str>(c[0]) || !PyLong_Check(c[1].ptr()))
+            throw py::type_error("ChannelList: each channel is (name, tuple_size) or (name, tuple_size, ordinal)");
         const int size = c[1].cast<int>();
         if (size < 1)
             throw py::value_error("ChannelList: a tuple size must be at least 1");
-        list->addChannel(c[0].cast<std::string>(), size, c.size() == 3 && c[2].cast<bool>());
+        list->addChannel(c[0].cast<std::string>(), size, c.size() == 3 && py::bool_(c[2]));
     }
     return list;
 }
@@ -47,6 +47,8 @@ int channelIndex(const IMB_DeepChannelList &channels, py::handle which, const ch
             throw py::value_error(std::string(what) + ": no channel named '" + which.cast<std::string>() + "'");
         return index;
     }
+    if (!PyLong_Check(which.ptr()))
+        throw py::type_error(std::string(what) + ": a channel is named by its name or its index");
     index = which.cast<int>();
     if (index < 0 || index >= channels.channelCount())
         throw py::value_error(std::string(what) + ": channel index " + std::to_string(index) + " out of range");
@@ -86,6 +88,16 @@ struct PyDeepPixel
     int subSamples;
     int floats;
     int mipStores = 0;
+    // Stores may run on several threads at once, but not beside closing:
+    // stores running without the GIL, and whether a close is.
+    int storing = 0;
+    bool closing = false;
+
+    void checkNotClosing() const
+    {
+        if (closing)
+            throw std::runtime_error("DeepPixel: the pixel is being closed in another thread");
+    }
 };
 
 std::unique_ptr<PyDeepPixel> makePixel(const ChannelsPtr &channels, int subSamples)
@@ -133,6 +145,13 @@ void storeSamples(PyDeepPixel &p, py::handle zf, py::handle zb, py::handle vals,
     }
     const float *f = front.data(), *b = back.data(), *v = values.data();
     const int32 *fp = fl.is_none() ? nullptr : flags.data(), *ip = ids.is_none() ? nullptr : idArr.data();
+    p.checkNotClosing();
+    struct Storing
+    {
+        int &count;
+        explicit Storing(int &c) : count(c) { ++count; }
+        ~Storing() { --count; }
+    } storing(p.storing);
     py::gil_scoped_release nogil;
     for (py::ssize_t i = 0; i < n; ++i)
         p.pixel.store(f[i], b[i], v + i * p.floats, fp ? fp[i] : 0, ip ? ip[i] : 0);
@@ -334,6 +353,8 @@ Gathers the samples of one pixel and closes them into one sample list with
 a compressor: start, any number of stores of one style, close. Raw stores
 (single samples with a sub-sample id) may come from several threads at once;
 list stores (whole lists, at most four per pixel) are taken as they are.
+Starting or closing while stores run in other threads, and storing while
+the pixel closes, raise RuntimeError.
 )doc")
         .def(py::init(&makePixel), py::arg("channels"), py::arg("subsamples") = 1,
              "An accumulator for samples of `channels` over `subsamples` sub-pixel positions (ids 0 to "
@@ -343,6 +364,9 @@ list stores (whole lists, at most four per pixel) are taken as they are.
             [](PyDeepPixel &p, int x, int y, bool composited) {
                 if (x < 0 || y < 0)
                     throw py::value_error("start: x and y must not be negative");
+                p.checkNotClosing();
+                if (p.storing)
+                    throw std::runtime_error("DeepPixel: stores are running in other threads");
                 p.pixel.startPixel(x, y, composited);
             },
             py::arg("x"), py::arg("y"), py::arg("composited") = true,
@@ -354,6 +378,7 @@ list stores (whole lists, at most four per pixel) are taken as they are.
                     throw py::value_error("store: expected " + std::to_string(p.floats) + " channel values, got " +
                                           std::to_string(values.size()));
                 checkId(p, id);
+                p.checkNotClosing();
                 p.pixel.store(zfront, zback, values.data(), flags, id);
             },
             py::arg("zfront"), py::arg("zback"), py::arg("values"), py::arg("flags") = 0, py::arg("id") = 0, R"doc(
@@ -374,6 +399,7 @@ released meanwhile, so threads may store into one pixel together.
                     return;
                 if (p.mipStores >= 4)
                     throw py::value_error("store_list: at most four lists per pixel");
+                p.checkNotClosing();
                 ++p.mipStores;
                 p.pixel.store(list);
             },
@@ -381,6 +407,15 @@ released meanwhile, so threads may store into one pixel together.
         .def(
             "close",
             [](PyDeepPixel &p, const CompressorPtr &compressor) {
+                p.checkNotClosing();
+                if (p.storing)
+                    throw std::runtime_error("DeepPixel: stores are running in other threads");
+                struct Closing
+                {
+                    bool &flag;
+                    explicit Closing(bool &f) : flag(f) { flag = true; }
+                    ~Closing() { flag = false; }
+                } closing(p.closing);
                 ListPtr out;
                 {
                     py::gil_scoped_release nogil;

@@ -532,9 +532,9 @@ shape, the points and the pixels are kept.
 )doc")
         .def_static(
             "from_bytes",
-            [](py::buffer data, bool binary) {
-                py::buffer_info info = data.request();
-                BAS_IStream is(info.ptr, static_cast<size_t>(info.size * info.itemsize), binary);
+            [](const py::bytes &data, bool binary) {
+                BAS_IStream is(PyBytes_AS_STRING(data.ptr()), static_cast<size_t>(PyBytes_GET_SIZE(data.ptr())),
+                               binary);
                 auto r = std::make_unique<PyRaster>();
                 Messages msgs;
                 if (!r->raster.load(is))

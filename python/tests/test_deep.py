@@ -66,6 +66,10 @@ def test_composite_runs_front_to_back_and_uncomposite_undoes_it(channels):
     assert lst.find_full_opacity("Of", 0.99) == 4
     with pytest.raises(ValueError):
         lst.composite("Alpha")
+    with pytest.raises(TypeError):
+        lst.channel(1.5)
+    with pytest.raises(TypeError):
+        deep.ChannelList([("C", "3")])
 
 
 def test_the_accumulator_sorts_by_id_and_depth_and_closes_without_the_gil(channels):
