@@ -30,7 +30,7 @@ PACKINGS = {1: imb.Packing.SINGLE, 2: imb.Packing.UV, 3: imb.Packing.RGB, 4: imb
 
 
 def read(path):
-    """The image's pixels as a (height, width, channels) array, and its spec."""
+    """The image's pixels as a (height, width, channels) array, and its ImageSpec."""
     inp = oiio.ImageInput.open(str(path))
     if inp is None:
         sys.exit(f"grade: cannot open {path}: {oiio.geterror()}")

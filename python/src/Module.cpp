@@ -33,6 +33,8 @@ Messages::~Messages()
 {
     if (myCapture.empty())
         return;
+    // An exception may be on its way out: keep its error indicator aside.
+    py::error_scope pending;
     try
     {
         py::module_::import("sys").attr("stderr").attr("write")(myCapture.text());
