@@ -31,16 +31,17 @@ PACKINGS = {1: imb.Packing.SINGLE, 2: imb.Packing.UV, 3: imb.Packing.RGB, 4: imb
 
 def read(path):
     """The image's pixels as a (height, width, channels) array, and its ImageSpec."""
-    inp = oiio.ImageInput.open(str(path))
-    if inp is None:
-        sys.exit(f"grade: cannot open {path}: {oiio.geterror()}")
-    spec = inp.spec()
-    fmt = str(spec.format) if str(spec.format) in READABLE else "float"
-    pixels = inp.read_image(0, 0, 0, spec.nchannels, fmt)
-    inp.close()
-    if spec.nchannels not in PACKINGS:
-        sys.exit(f"grade: {path} has {spec.nchannels} channels; 1 to 4 are supported")
-    return pixels.reshape(spec.height, spec.width, spec.nchannels), spec
+    buf = oiio.ImageBuf(str(path))
+    if buf.has_error:
+        sys.exit(f"grade: cannot open {path}: {buf.geterror()}")
+    desc = buf.nativespec()
+    fmt = str(desc.format) if str(desc.format) in READABLE else "float"
+    pixels = buf.get_pixels(fmt)
+    if buf.has_error or pixels is None:
+        sys.exit(f"grade: cannot read {path}: {buf.geterror()}")
+    if desc.nchannels not in PACKINGS:
+        sys.exit(f"grade: {path} has {desc.nchannels} channels; 1 to 4 are supported")
+    return pixels.reshape(desc.height, desc.width, desc.nchannels), desc
 
 
 def write(path, raster_or_array, channels, space):
@@ -49,11 +50,11 @@ def write(path, raster_or_array, channels, space):
     src = np.asarray(raster_or_array)
     out = np.zeros(src.shape[:2] + (len(channels),), np.uint8 if eight_bit else np.float16)
     imb.fill.convert(src.reshape(out.shape), out)
-    spec = oiio.ImageSpec(out.shape[1], out.shape[0], out.shape[2], "uint8" if eight_bit else "half")
-    spec.channelnames = channels
-    spec.attribute("oiio:ColorSpace", space)
+    desc = oiio.ImageSpec(out.shape[1], out.shape[0], out.shape[2], "uint8" if eight_bit else "half")
+    desc.channelnames = channels
+    desc.attribute("oiio:ColorSpace", space)
     output = oiio.ImageOutput.create(str(path))
-    if output is None or not output.open(str(path), spec) or not output.write_image(out):
+    if output is None or not output.open(str(path), desc) or not output.write_image(out):
         sys.exit(f"grade: cannot write {path}: {oiio.geterror()}")
     output.close()
 
@@ -68,11 +69,11 @@ def main():
     parser.add_argument("--luma", help="where to write the luma image (default: OUTPUT with _luma)")
     args = parser.parse_args()
 
-    pixels, spec = read(args.input)
+    pixels, desc = read(args.input)
     height, width, nchannels = pixels.shape
     # The file's colour-space attribute ("sRGB", "Linear", ...) read as a
     # space of the configuration, or as a tag name when it is none.
-    _, src = imb.ocio.image_color_space(args.src or spec.get_string_attribute("oiio:ColorSpace") or "linear")
+    _, src = imb.ocio.image_color_space(args.src or desc.get_string_attribute("oiio:ColorSpace") or "linear")
     dst = args.dst or imb.ocio.well_known_spaces()["srgb"]
     if imb.ocio.space_info(src) is None:
         src = imb.ocio.well_known_spaces()["linear_rec709"]
@@ -89,7 +90,7 @@ def main():
 
     out = pathlib.Path(args.output)
     luma_path = args.luma or out.with_name(out.stem + "_luma" + out.suffix)
-    write(out, raster, list(spec.channelnames), dst)
+    write(out, raster, list(desc.channelnames), dst)
     write(luma_path, luma, ["Y"], dst)
     print(f"{args.input}: {width}x{height}x{nchannels} {src} -> {dst} "
           f"({'cube %d' % table.cube_size if table.cube_size else '%d-sample tables' % table.table_size}); "
