@@ -5,13 +5,14 @@ IMB_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 IMB_JOBS=${IMB_JOBS:-$(nproc)}
 
 # Debian packages the project builds with (library, tests, tools, benchmarks,
-# fuzzers and sanitizer builds).
+# fuzzers, sanitizer builds and the Python module with its tests and example).
 IMB_PACKAGES=(
   g++ cmake ninja-build pkg-config ca-certificates
   clang-14 libclang-rt-14-dev llvm-14
   libgtest-dev libgmock-dev libbenchmark-dev
   libopencolorio-dev libtbb-dev libfmt-dev rapidjson-dev libhwy-dev
   libopenimageio-dev libcli11-dev libopenexr-dev
+  python3-dev pybind11-dev python3-numpy python3-pytest python3-openimageio
 )
 
 # Installs whatever of IMB_PACKAGES is missing: one apt-get update, one
