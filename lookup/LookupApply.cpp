@@ -137,32 +137,33 @@ void IMB_Lookup::applyLUT(IMB_Raster &r, float gamma, float black, float white, 
         apply1DLUT(r, gamma, black, white, channel);
 }
 
-void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white, int channel) const
+namespace
 {
-    if (!hasPixels(r))
-        return;
-    const int n = getTableSize();
-    const IMB_DataFormat format = r.getFormat();
-    const int bytes = imbDefinesDepth[format];
-    const int only = channelArg(channel);
-    if (n < 1)
-    {
-        // No table to apply; a given channel is still spread.
-        if (only >= 0)
-            runSplit(rasterSpan(r), bytes, [&](const LutSpan &s) { copyChannel(s, only, bytes); });
-        return;
-    }
-
-    // Float copies of the tables, one per distinct track.
+// A 1D table prepared for the kernels: float copies of the tracks, each
+// padded with a copy of its last sample, and the kernel parameters.
+struct Prepared1D
+{
     std::vector<float> tables[4];
+    std::vector<float> padded;
     Lut1DParams p;
+    bool anyTable = false;
+};
+
+// Prepares `lut`'s tracks for a raster of `format`: the channels with a table
+// (getIndexFor; only `only` when it is 0..3), the domain, the points and
+// the gamma. The table has n >= 1 samples.
+void prepare1D(const IMB_Lookup &lut, IMB_DataFormat format, float gamma, float black, float white, int only,
+               Prepared1D &out)
+{
+    const int n = lut.getTableSize();
+    Lut1DParams &p = out.p;
     int trackOf[4] = {-1, -1, -1, -1};
     for (int c = 0; c < 4; ++c)
     {
         if (only >= 0 && c != only)
             continue;
-        const int t = getIndexFor(kChannels[c]);
-        const CRV_Track *track = myClip->getTrack(t);
+        const int t = lut.getIndexFor(kChannels[c]);
+        const CRV_Track *track = lut.getLUT().getTrack(t);
         if (!track || !track->getData())
             continue;
         trackOf[c] = t;
@@ -174,30 +175,31 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
             }
         if (!p.table[c])
         {
-            tables[c].assign(track->getData(), track->getData() + n);
-            p.table[c] = tables[c].data();
+            out.tables[c].assign(track->getData(), track->getData() + n);
+            p.table[c] = out.tables[c].data();
         }
     }
-    const bool anyTable = p.table[0] || p.table[1] || p.table[2] || p.table[3];
+    out.anyTable = p.table[0] || p.table[1] || p.table[2] || p.table[3];
+    float dmin, dmax;
+    lut.getDomain(dmin, dmax);
     p.last = n - 1;
-    p.log = getLogSampling();
-    p.dmin = myDomainMin;
-    p.dmax = myDomainMax;
-    p.dminD = myDomainMin;
-    p.dmaxD = myDomainMax;
+    p.log = lut.getLogSampling();
+    p.dmin = dmin;
+    p.dmax = dmax;
+    p.dminD = dmin;
+    p.dmaxD = dmax;
     if (p.log)
     {
-        p.lnMin = lutLog(myDomainMin);
-        p.scale = positionScale(p.lnMin, lutLog(myDomainMax), n - 1);
-        p.lnMinD = lutLog(static_cast<double>(myDomainMin));
-        p.scaleD = positionScale(p.lnMinD, lutLog(static_cast<double>(myDomainMax)), n - 1);
+        p.lnMin = lutLog(dmin);
+        p.scale = positionScale(p.lnMin, lutLog(dmax), n - 1);
+        p.lnMinD = lutLog(static_cast<double>(dmin));
+        p.scaleD = positionScale(p.lnMinD, lutLog(static_cast<double>(dmax)), n - 1);
     }
     else
     {
-        p.scale = positionScale(myDomainMin, myDomainMax, n - 1);
+        p.scale = positionScale(dmin, dmax, n - 1);
         p.scaleD = positionScale(p.dminD, p.dmaxD, n - 1);
     }
-    std::vector<float> padded;
     for (int c = 0; c < 4; ++c)
     {
         if (!p.table[c])
@@ -207,13 +209,34 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
                 p.slot[c] = p.slot[k];
         if (p.slot[c] >= 0)
             continue;
-        p.slot[c] = static_cast<int>(padded.size());
-        padded.insert(padded.end(), p.table[c], p.table[c] + n);
-        padded.push_back(p.table[c][n - 1]);
+        p.slot[c] = static_cast<int>(out.padded.size());
+        out.padded.insert(out.padded.end(), p.table[c], p.table[c] + n);
+        out.padded.push_back(p.table[c][n - 1]);
     }
-    p.padded = padded.data();
+    p.padded = out.padded.data();
     setCommon(p, format, gamma, black, white);
     p.invGammaD = 1.0 / static_cast<double>(gamma > 1e-6f ? gamma : 1e-6f);
+}
+} // namespace
+
+void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white, int channel) const
+{
+    if (!hasPixels(r))
+        return;
+    const IMB_DataFormat format = r.getFormat();
+    const int bytes = imbDefinesDepth[format];
+    const int only = channelArg(channel);
+    if (getTableSize() < 1)
+    {
+        // No table to apply; a given channel is still spread.
+        if (only >= 0)
+            runSplit(rasterSpan(r), bytes, [&](const LutSpan &s) { copyChannel(s, only, bytes); });
+        return;
+    }
+    Prepared1D prep;
+    prepare1D(*this, format, gamma, black, white, only, prep);
+    const Lut1DParams &p = prep.p;
+    const bool anyTable = prep.anyTable;
 
     const LutSpan whole = rasterSpan(r);
     std::unique_ptr<unsigned char[]> mapStore;
@@ -238,6 +261,26 @@ void IMB_Lookup::apply1DLUT(IMB_Raster &r, float gamma, float black, float white
         if (only >= 0)
             copyChannel(s, only, bytes);
     });
+}
+
+int IMB_Lookup::buildValueMaps(IMB_DataFormat format, void *maps[4], float gamma, float black, float white,
+                               int channel) const
+{
+    if ((format != IMB_INT8 && format != IMB_INT16) || (myType & IMB_LUT_3D) || getTableSize() < 1)
+        return 0;
+    Prepared1D prep;
+    prepare1D(*this, format, gamma, black, white, channelArg(channel), prep);
+    void *wanted[4] = {nullptr, nullptr, nullptr, nullptr};
+    int filled = 0;
+    for (int c = 0; c < 4; ++c)
+        if (maps[c] && prep.p.table[c])
+        {
+            wanted[c] = maps[c];
+            filled |= 1 << c;
+        }
+    if (filled)
+        buildLut1DMaps(format, prep.p, wanted);
+    return filled;
 }
 
 void IMB_Lookup::apply3DLUT(IMB_Raster &r, float gamma, float black, float white, int channel) const

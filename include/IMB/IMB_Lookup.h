@@ -337,6 +337,17 @@ public:
     // The cube part of applyLUT (nothing without a cube).
     void apply3DLUT(IMB_Raster &r, float gamma = 1.0f, float black = 0.0f, float white = 1.0f,
                     int channel = -1) const;
+    // Direct tables of the 1D part of applyLUT for an 8- or 16-bit raster:
+    // for every channel c (0-3) whose maps[c] is not null and which the
+    // table changes (getIndexFor; only `channel` when it is 0-3), maps[c]
+    // receives 256 (IMB_INT8) or 65536 (IMB_INT16) entries of the format's
+    // type, entry v being exactly what applyLUT stores for a component of
+    // value v with the same gamma, points and channel. Returns the channels
+    // filled as a bit mask (bit c for channel c); 0, with nothing written,
+    // for other formats, cubes and tables without samples. The copy of a
+    // given channel into the others is the caller's.
+    int buildValueMaps(IMB_DataFormat format, void *maps[4], float gamma = 1.0f, float black = 0.0f,
+                       float white = 1.0f, int channel = -1) const;
 
     // ------------------------------------------------------------ files
     // Writes the text form (".lut"). Always true.
