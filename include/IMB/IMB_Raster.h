@@ -24,7 +24,18 @@
 #include <iosfwd>
 
 class BAS_IStream;
+class IMB_Lookup;
 class IMB_Raster;
+
+// How convert8Bit spreads the rounding error when it reduces a raster to 8
+// bits. Every method is deterministic: the same pixels give the same bytes.
+enum IMB_Dither
+{
+    IMB_DITHER_NONE = 0,            // round to nearest, exactly as IMB_Fill does
+    IMB_DITHER_BAYER4 = 1,          // ordered, 4x4 Bayer matrix
+    IMB_DITHER_BAYER8 = 2,          // ordered, 8x8 Bayer matrix
+    IMB_DITHER_FLOYD_STEINBERG = 3, // error diffusion, serpentine rows
+};
 
 // Display-layer hooks, set by the host: is a texture handle still alive, and
 // delete it. Both null until the host stores functions in them.
@@ -323,6 +334,81 @@ public:
     // 1 for plane packings; otherwise 1 only when the first pixel lies at
     // least 16 bytes into the block (the raster allocated it itself).
     int areComponentsRenderable() const;
+
+    // ---- image operations
+
+    // Per-channel minimum and maximum over the data window (clipped to the
+    // raster; the whole raster when it has no data window), in the units
+    // getPixelValue reads: 8-, 16- and 32-bit integers as v / 255,
+    // v / 65535 and v / 4294967295, halves and floats as they are. Channels
+    // are the values getPixelValue reads (PACK_DUAL: two); entries from
+    // there to 3 are set to 0. NaN components are skipped; a channel whose
+    // every value is NaN gets NaN for both; infinities count. A zero extreme
+    // is +0 whatever the sign of the zero stored. False, writing nothing,
+    // without memory, for an unknown format or packing, or when the data
+    // window lies outside the raster.
+    bool getRange(float min[4], float max[4]) const;
+
+    // Makes `dst` an 8-bit raster of this raster's packing, resolution, data
+    // window, colour tag and gamma, with black and white points 0 and 1, and
+    // fills it (`dst` may not be this raster). Per component, a value is
+    // read as x, the fraction of the way from `black` to `white`:
+    //  - black and white are component values of this raster's format:
+    //    integer codes (rounded to the nearest integer) for the integer
+    //    formats, values for the float formats; both 0 means the format's
+    //    full range (0 to 255, 65535 or 4294967295; 0 to 1). As IMB_Fill
+    //    reads them: x = v / full scale (with its constants) on the full
+    //    range, else (v - black) * (1 / (white - black)), 1 when the two
+    //    are equal.
+    //  - IMB_DITHER_NONE: stored as floor(x * 255 + 0.5) clamped to 0..255,
+    //    then, when `gamma` is not 1, through the 256-entry table of
+    //    IMB_Fill's gamma (floor(pow(i / 255, 1 / gamma) * 255 + 0.5)). This
+    //    is exactly what IMB_Fill::fill gives for each component (including
+    //    its integer narrowing of full-range 16- and 32-bit sources).
+    //  - With dithering, x is first raised to 1 / gamma (values <= 0 kept),
+    //    y = x * 255 gets the method's offset and is stored as floor(y + 0.5)
+    //    clamped to 0..255. Ordered dithering adds (m + 0.5) / n^2 - 0.5 for
+    //    the matrix entry m at (x mod n, y mod n); Floyd-Steinberg adds the
+    //    error diffused from earlier pixels (7/16 to the next pixel in the
+    //    row, 3/16, 5/16 and 1/16 to the row below), rows alternating
+    //    direction, each channel on its own. Gamma comes before the
+    //    quantisation here: a table after it would turn one-code dither
+    //    steps into large ones in the shadows.
+    // Alpha (the fourth channel of PACK_RGBA and PACK_RGBA_NI) always takes
+    // the full range, no gamma and no dithering. NaN reads as 0. False, with
+    // `dst` untouched, without memory, for an unknown format or packing, an
+    // unknown method, or when `dst` is this raster; false after reshaping
+    // `dst` when its allocation fails.
+    bool convert8Bit(IMB_Raster &dst, float black = 0.0f, float white = 0.0f, float gamma = 1.0f,
+                     IMB_Dither method = IMB_DITHER_NONE) const;
+
+    // convert8Bit(dst) over the format's full range with `method`.
+    bool dither(IMB_Raster &dst, IMB_Dither method = IMB_DITHER_FLOYD_STEINBERG) const
+    {
+        return convert8Bit(dst, 0.0f, 0.0f, 1.0f, method);
+    }
+
+    // Fills every pixel outside `area` (x, y, width, height, clipped to the
+    // raster) by repeating the area's edge pixels outwards: each row of the
+    // area copies its first pixel to the columns on its left and its last
+    // to those on its right, then the rows above copy the area's first row
+    // and the rows below its last, across the whole width (so the corners
+    // take the area's corner pixels). Every component of every plane is
+    // copied as stored bytes, so all formats and packings behave alike.
+    // False, changing nothing, without memory, for an unknown packing or
+    // format, or when the clipped area is empty.
+    bool streakEdges(const BAS_Rect<BAS_DimRectImpl> &area);
+
+    // Applies a 1D table to an 8- or 16-bit raster through direct tables:
+    // per channel, the result for each of the 256 or 65,536 possible
+    // component values is computed once (IMB_Lookup::buildValueMaps) and
+    // every component is then looked up. The pixels equal what
+    // lut.applyLUT(*this, gamma, black, white, channel) gives (same
+    // arguments, same channel copy). Other formats and cube tables go
+    // through lut.applyLUT itself. Nothing happens without memory or for an
+    // unknown format or packing.
+    void applyLUT(const IMB_Lookup &lut, float gamma = 1.0f, float black = 0.0f, float white = 1.0f,
+                  int channel = -1);
 
     // ---- stream form
     // Writes the binary form when `binary` is non-zero (little-endian: int32

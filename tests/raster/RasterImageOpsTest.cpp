@@ -1,0 +1,300 @@
+// Raster image operations: value range, reduction to 8 bits (against
+// IMB_Fill, and dithered gradients), edge streaking, and direct-table
+// application (against IMB_Lookup::applyLUT).
+#include <IMB/IMB.h>
+#include "RasterTestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+using namespace rastertest;
+
+namespace
+{
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+// Random stored components, with NaN, infinities and both zeros among the
+// float ones.
+void fillRandom(IMB_Raster &r, unsigned seed, float lo = -0.5f, float hi = 1.5f)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> d(lo, hi);
+    auto *p = static_cast<unsigned char *>(r.getPixels());
+    const int64 bytes = bytesOf(r.getFormat()), n = r.getSize() / bytes;
+    const float specials[] = {kNaN, -0.0f, 0.0f, HUGE_VALF, -HUGE_VALF};
+    for (int64 i = 0; i < n; ++i)
+    {
+        const float f = rng() % 16 == 0 ? specials[rng() % 5] : d(rng);
+        const uint32 u = uint32(rng());
+        if (r.getFormat() == IMB_FLOAT32)
+            std::memcpy(p + 4 * i, &f, 4);
+        else if (r.getFormat() == IMB_FLOAT16)
+        {
+            const uint16 h = half16(f).bits();
+            std::memcpy(p + 2 * i, &h, 2);
+        }
+        else
+            std::memcpy(p + bytes * i, &u, size_t(bytes));
+    }
+}
+
+class RasterImageOpsShape : public ::testing::TestWithParam<std::tuple<IMB_Packing, IMB_DataFormat>>
+{
+};
+
+// getRange against getPixelValue over the window, NaN skipped.
+TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
+{
+    const auto [packing, format] = GetParam();
+    IMB_Raster r(packing, format, 67, 9);
+    fillRandom(r, 7);
+    const int n = valuesOf(packing);
+    for (const BAS_Rect<BAS_DimRectImpl> window : {BAS_Rect<BAS_DimRectImpl>(), BAS_Rect<BAS_DimRectImpl>(3, 2, 60, 5),
+                                                   BAS_Rect<BAS_DimRectImpl>(-4, 5, 40, 90)})
+    {
+        r.setDataWindow(window);
+        float lo[4] = {HUGE_VALF, HUGE_VALF, HUGE_VALF, HUGE_VALF}, hi[4] = {-HUGE_VALF, -HUGE_VALF, -HUGE_VALF, -HUGE_VALF};
+        const bool whole = window.w() == 0;
+        for (int64 y = whole ? 0 : std::max(0, window.y()); y < (whole ? 9 : std::min(9, window.y2() + 1)); ++y)
+            for (int64 x = whole ? 0 : std::max(0, window.x()); x < (whole ? 67 : std::min(67, window.x2() + 1)); ++x)
+            {
+                float v[4];
+                r.getPixelValue(x, y, v);
+                for (int c = 0; c < n; ++c)
+                    if (v[c] == v[c])
+                    {
+                        lo[c] = std::min(lo[c], v[c]);
+                        hi[c] = std::max(hi[c], v[c]);
+                    }
+            }
+        float mn[4], mx[4];
+        ASSERT_TRUE(r.getRange(mn, mx));
+        for (int c = 0; c < 4; ++c)
+        {
+            SCOPED_TRACE(c);
+            EXPECT_EQ(mn[c], c < n ? lo[c] : 0.0f);
+            EXPECT_EQ(mx[c], c < n ? hi[c] : 0.0f);
+            EXPECT_FALSE(std::signbit(mn[c]) && mn[c] == 0.0f);
+        }
+    }
+    r.setDataWindow(BAS_Rect<BAS_DimRectImpl>(70, 0, 5, 5));
+    float mn[4], mx[4];
+    EXPECT_FALSE(r.getRange(mn, mx));
+}
+
+// Each component against IMB_Fill applied to a packed copy of that channel.
+TEST_P(RasterImageOpsShape, Convert8BitWithoutDitherIsWhatFillGives)
+{
+    const auto [packing, format] = GetParam();
+    IMB_Raster r(packing, format, 33, 5);
+    fillRandom(r, 11);
+    const bool integer = format == IMB_INT8 || format == IMB_INT16 || format == IMB_INT32;
+    const float black = integer ? float(imbDefinesWhite[format] / 16) : 0.0f;
+    const float white = integer ? float(imbDefinesWhite[format] / 16 * 15) : 1.0f;
+    IMB_Raster out;
+    ASSERT_TRUE(r.convert8Bit(out, black, white, 2.2f));
+    ASSERT_EQ(out.getFormat(), IMB_INT8);
+    ASSERT_EQ(out.getPacking(), packing);
+    const int64 planes = planesOf(packing), step = stepOf(packing), bytes = bytesOf(format);
+    for (int64 c = 0; c < planes * step; ++c)
+    {
+        const int64 plane = c / step, offset = c % step;
+        const bool alpha = c == 3;
+        std::vector<unsigned char> channel(size_t(33 * 5 * bytes));
+        for (int64 i = 0; i < 33 * 5; ++i)
+            std::memcpy(&channel[size_t(i * bytes)],
+                        static_cast<const char *>(r.getPixel(i % 33, i / 33, plane)) + offset * bytes, size_t(bytes));
+        std::vector<uint8> want(33 * 5);
+        IMB_FillParms p;
+        p.mySource = channel.data();
+        p.myDest = want.data();
+        p.setSourceType(format, alpha ? 0 : uint32(black), alpha ? 0 : uint32(white));
+        p.setDestType(IMB_INT8, 0, 0);
+        p.setSourceArea(0, 0, 32, 4);
+        p.setDestArea(0, 0, 32, 4);
+        p.myGamma = alpha ? 1.0f : 2.2f;
+        IMB_Fill::fill(p);
+        for (int64 i = 0; i < 33 * 5; ++i)
+            ASSERT_EQ(static_cast<const uint8 *>(out.getPixel(i % 33, i / 33, plane))[offset], want[size_t(i)])
+                << "component " << c << " pixel " << i;
+    }
+}
+
+// Every packing and format: each pixel outside the area is its clamped
+// neighbour inside, byte for byte, in every plane.
+TEST_P(RasterImageOpsShape, StreakEdgesRepeatsTheAreasEdgePixelsOutwards)
+{
+    const auto [packing, format] = GetParam();
+    IMB_Raster r = numbered(packing, format, 10, 8);
+    const IMB_Raster before(r);
+    ASSERT_TRUE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(3, -2, 4, 5))); // rows 0-2 after clipping
+    const int64 pixel = bytesOf(format) * stepOf(packing);
+    for (int64 k = 0; k < planesOf(packing); ++k)
+        for (int64 y = 0; y < 8; ++y)
+            for (int64 x = 0; x < 10; ++x)
+                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), before.getPixel(std::clamp<int64>(x, 3, 6), std::min<int64>(y, 2), k),
+                                      size_t(pixel)),
+                          0)
+                    << x << "," << y << " plane " << k;
+    EXPECT_FALSE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(10, 0, 4, 4)));
+    EXPECT_FALSE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(2, 2, 0, 4)));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllShapes, RasterImageOpsShape, RASTER_ALL_SHAPES, shapeName);
+
+TEST(RasterImageOps, RangeOfAllNaNIsNaNAndNoMemoryGivesFalse)
+{
+    IMB_Raster r(PACK_UV, IMB_FLOAT32, 20, 3);
+    float *p = static_cast<float *>(r.getPixels());
+    for (int i = 0; i < 60; ++i)
+    {
+        p[2 * i] = kNaN;
+        p[2 * i + 1] = i == 17 ? -0.0f : 1.0f;
+    }
+    float mn[4], mx[4];
+    ASSERT_TRUE(r.getRange(mn, mx));
+    EXPECT_TRUE(std::isnan(mn[0]) && std::isnan(mx[0]));
+    EXPECT_EQ(mn[1], 0.0f);
+    EXPECT_FALSE(std::signbit(mn[1]));
+    EXPECT_EQ(mx[1], 1.0f);
+    EXPECT_FALSE(IMB_Raster().getRange(mn, mx));
+}
+
+TEST(RasterImageOps, Convert8BitRescalesCustomFloatRangesAndRefusesItself)
+{
+    IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 4, 1);
+    const float v[16] = {0.25f, 4.0f, 2.125f, 9.0f, -1.0f, 1.0f, kNaN, 0.5f, 3.0f, 0.3f, 0.26f, 1.0f, 0, 0, 0, 0};
+    std::memcpy(r.getPixels(), v, sizeof v);
+    IMB_Raster out;
+    ASSERT_TRUE(r.convert8Bit(out, 0.25f, 4.0f));
+    const uint8 *o = static_cast<const uint8 *>(out.getPixels());
+    for (int i = 0; i < 16; ++i)
+    {
+        const float x = i % 4 == 3 ? v[i] : (v[i] - 0.25f) * (1.0f / 3.75f);
+        const float y = std::floor(x * 255.0f + 0.5f);
+        EXPECT_EQ(o[i], y > 0.0f ? uint8(std::min(y, 255.0f)) : 0) << i; // alpha keeps 0..1
+    }
+    EXPECT_FALSE(r.convert8Bit(r));
+    EXPECT_FALSE(r.convert8Bit(out, 0, 0, 1, IMB_Dither(9)));
+}
+
+// A float ramp over two codes per column, 16 rows.
+IMB_Raster ramp(int width)
+{
+    IMB_Raster r(PACK_SINGLE, IMB_FLOAT32, width, 16);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < width; ++x)
+            static_cast<float *>(r.getPixel(x, y, 0))[0] = (float(x) + 0.3f) / float(width);
+    return r;
+}
+
+TEST(RasterImageOps, DitheredGradientsStayWithinOneCodeAndKeepTheirMean)
+{
+    const int w = 2040;
+    const IMB_Raster src = ramp(w);
+    for (IMB_Dither m : {IMB_DITHER_BAYER4, IMB_DITHER_BAYER8, IMB_DITHER_FLOYD_STEINBERG})
+    {
+        SCOPED_TRACE(m);
+        IMB_Raster out;
+        ASSERT_TRUE(src.dither(out, m));
+        // Blocks of 8 columns by 16 rows.
+        for (int bx = 0; bx < w; bx += 8)
+        {
+            double got = 0, want = 0;
+            for (int y = 0; y < 16; ++y)
+                for (int x = bx; x < bx + 8; ++x)
+                {
+                    const double ideal = 255.0 * ((double(x) + 0.3) / w);
+                    const int v = static_cast<const uint8 *>(out.getPixel(x, y, 0))[0];
+                    ASSERT_LE(std::fabs(v - ideal), 1.0) << x << "," << y;
+                    got += v;
+                    want += ideal;
+                }
+            ASSERT_LE(std::fabs(got - want) / 128.0, 0.5) << "block at " << bx;
+        }
+    }
+}
+
+TEST(RasterImageOps, OrderedDitherTilesUseEveryThresholdOnce)
+{
+    // A flat field k/n^2 of a code above 100: exactly k pixels of each
+    // n x n tile round up.
+    for (const auto &[m, n] : {std::pair{IMB_DITHER_BAYER4, 4}, std::pair{IMB_DITHER_BAYER8, 8}})
+        for (int k = 0; k <= n * n; k += 3)
+        {
+            IMB_Raster flat(PACK_SINGLE, IMB_FLOAT32, n, n);
+            const float level = (100.0f + float(k) / float(n * n) - 0.5f / float(n * n)) / 255.0f;
+            for (int i = 0; i < n * n; ++i)
+                static_cast<float *>(flat.getPixels())[i] = level;
+            IMB_Raster out;
+            ASSERT_TRUE(flat.dither(out, m));
+            int up = 0;
+            for (int i = 0; i < n * n; ++i)
+                up += static_cast<const uint8 *>(out.getPixels())[i] - 100;
+            EXPECT_EQ(up, k) << "n " << n;
+        }
+    // Error diffusion loses only what leaves the image: a flat 64 x 64 field
+    // keeps its level to a few hundredths of a code.
+    for (float level : {100.3f, 17.5f, 200.9f})
+    {
+        IMB_Raster flat(PACK_SINGLE, IMB_FLOAT32, 64, 64);
+        for (int i = 0; i < 64 * 64; ++i)
+            static_cast<float *>(flat.getPixels())[i] = level / 255.0f;
+        IMB_Raster out;
+        ASSERT_TRUE(flat.dither(out, IMB_DITHER_FLOYD_STEINBERG));
+        double sum = 0;
+        for (int i = 0; i < 64 * 64; ++i)
+            sum += static_cast<const uint8 *>(out.getPixels())[i];
+        EXPECT_NEAR(sum / (64 * 64), level, 0.03);
+    }
+    // 8-bit sources have nothing to dither.
+    IMB_Raster eight = numbered(PACK_RGB, IMB_INT8, 9, 4), out;
+    ASSERT_TRUE(eight.dither(out, IMB_DITHER_FLOYD_STEINBERG));
+    EXPECT_EQ(bytesOfRaster(out), bytesOfRaster(eight));
+}
+
+// The direct-table entry point gives IMB_Lookup::applyLUT's bytes for
+// every packing, both widths, threaded and not, and each channel argument.
+TEST(RasterImageOps, DirectTableApplicationEqualsTheLookupsOwn)
+{
+    IMB_Lookup rgba;
+    rgba.setType(IMB_LUT_RGBA);
+    rgba.setTableSize(1000);
+    for (int c = 0; c < 3; ++c)
+        for (int i = 0; i < 1000; ++i)
+            rgba.getRawLUT(IMB_LookupType(1 << c))[i] = std::pow(i / 999.0, 0.4 + 0.5 * c) * 1.1 - 0.05;
+    IMB_Lookup red = rgba;
+    red.setType(IMB_LUT_R);
+    IMB_Lookup cube;
+    std::vector<float> triples(3 * 27);
+    for (size_t i = 0; i < triples.size(); ++i)
+        triples[i] = float((i * 7) % 11) / 10.0f;
+    cube.set3DLUT(3, triples.data());
+    struct Case
+    {
+        const IMB_Lookup *lut;
+        float gamma, black, white;
+        int channel;
+    };
+    const Case cases[] = {{&rgba, 1.0f, 0.0f, 1.0f, -1}, {&rgba, 1.8f, 0.1f, 0.9f, -1}, {&red, 1.0f, 0.0f, 1.0f, 0},
+                          {&rgba, 0.7f, 0.0f, 1.0f, 3},  {&cube, 1.0f, 0.0f, 1.0f, -1}};
+    for (IMB_DataFormat format : {IMB_INT8, IMB_INT16})
+        for (IMB_Packing packing : theAllPackings)
+            for (int64 w : {int64(7), int64(401)}) // 7 x 3 odd and small; 401 x 300 threaded
+                for (const Case &k : cases)
+                {
+                    IMB_Raster mine = numbered(packing, format, w, w == 7 ? 3 : 300, int(w));
+                    IMB_Raster theirs(mine);
+                    mine.applyLUT(*k.lut, k.gamma, k.black, k.white, k.channel);
+                    k.lut->applyLUT(theirs, k.gamma, k.black, k.white, k.channel);
+                    ASSERT_EQ(bytesOfRaster(mine), bytesOfRaster(theirs))
+                        << IMBpacking(packing) << " " << IMBdataFormat(format) << " " << w << " channel "
+                        << k.channel << " gamma " << k.gamma;
+                }
+}
+} // namespace
