@@ -1,9 +1,21 @@
 // IMB_Raster::applyLUT: 1D tables on 8- and 16-bit rasters through direct
 // tables. The per-value results come from IMB_Lookup::buildValueMaps, the
 // same rule IMB_Lookup::applyLUT applies, so only the walk differs: 8-bit
-// components are mapped two at a time through 65,536-entry tables of byte
-// pairs (half the lookups of one table per byte), 16-bit components one at
-// a time.
+// components go 64 at a time through tables held in vector registers where
+// the processor has byte permutes (RasterLookupKernels-inl.h), else two at
+// a time through 65,536-entry tables of byte pairs (half the lookups of one
+// table per byte); 16-bit components one at a time.
+
+// The byte permutes need the AVX-512 VBMI target, which Highway builds only
+// on request.
+#define HWY_WANT_AVX3_DL 1
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "raster/RasterLookupKernels-inl.h"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+
+#include "raster/RasterLookupKernels-inl.h"
+
+#if HWY_ONCE
 #include <IMB/IMB_Lookup.h>
 #include <IMB/IMB_Raster.h>
 #include <IMB/platform/BAS_ThreadedAlgorithm.h>
@@ -11,6 +23,11 @@
 #include <algorithm>
 #include <cstring>
 #include <vector>
+
+namespace imb_detail
+{
+HWY_EXPORT(MapBytes);
+} // namespace imb_detail
 
 namespace
 {
@@ -24,11 +41,15 @@ constexpr int64 kSingleThreadPixels = 100000;
 struct PairTables
 {
     int kinds = 1;
+    int period = 1;
     std::vector<uint16> table; // kinds x 65536 entries
+    std::vector<uint8> single; // period x 256 entries, for the vector kernel
 
     // maps[c] (256 entries each) for the channels of the run.
-    PairTables(const uint8 *const maps[4], int channels)
+    PairTables(const uint8 *const maps[4], int channels) : period(channels)
     {
+        for (int c = 0; c < channels; ++c)
+            single.insert(single.end(), maps[c], maps[c] + 256);
         kinds = channels % 2 == 0 ? channels / 2 : channels;
         table.resize(static_cast<std::size_t>(kinds) * 65536);
         for (int k = 0; k < kinds; ++k)
@@ -42,6 +63,8 @@ struct PairTables
     }
 
     // Maps `words` 16-bit words from `p` in place; the first is of kind 0.
+    // The vector kernel takes what it can of runs whose channel period is
+    // 1, 2 or 4 (its whole vectors keep the pairs aligned).
     template <int K> void mapWords(uint8 *p, int64 words) const
     {
         const uint16 *t = table.data();
@@ -73,6 +96,12 @@ struct PairTables
 
     void map(uint8 *p, int64 words) const
     {
+        if (period == 1 || period == 2 || period == 4)
+        {
+            const int64 done = HWY_DYNAMIC_DISPATCH(imb_detail::MapBytes)(p, 2 * words, single.data(), period);
+            p += done;
+            words -= done / 2;
+        }
         switch (kinds)
         {
         case 1: return mapWords<1>(p, words);
@@ -187,3 +216,4 @@ void IMB_Raster::applyLUT(const IMB_Lookup &lut, float gamma, float black, float
             spreadChannel(*this, only, first, count);
     });
 }
+#endif
