@@ -187,10 +187,16 @@ void runApply(const ApplyOptions &o)
     loadOrFail(lut, o.lut);
     IMB_Raster raster;
     imbtool::readImage(o.in, raster);
-    lut.applyLUT(raster, o.gamma, o.black, o.white, o.channel);
+    // 8- and 16-bit images go through the raster's direct tables (the same
+    // pixels as the table's own application, looked up per value).
+    const bool direct = raster.getFormat() == IMB_INT8 || raster.getFormat() == IMB_INT16;
+    if (direct)
+        raster.applyLUT(lut, o.gamma, o.black, o.white, o.channel);
+    else
+        lut.applyLUT(raster, o.gamma, o.black, o.white, o.channel);
     imbtool::writeImage(o.out, raster);
-    fmt::print("applied {} ({}) to {} ({} x {}, {})\nwrote {}\n", o.lut, summary(lut), o.in,
-               raster.getXres(), raster.getYres(), IMBdataFormat(raster.getFormat()), o.out);
+    fmt::print("applied {} ({}) to {} ({} x {}, {}{})\nwrote {}\n", o.lut, summary(lut), o.in, raster.getXres(),
+               raster.getYres(), IMBdataFormat(raster.getFormat()), direct ? ", direct tables" : "", o.out);
 }
 
 void setupLut(CLI::App &app)
