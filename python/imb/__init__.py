@@ -16,11 +16,11 @@ import os
 
 import numpy as np
 
-from ._types import ColorSpace, Error, Format, LookupType, LumFunction, Packing
+from ._types import ColorSpace, Dither, Error, Format, LookupType, LumFunction, Packing
 from ._imb import Lookup, Raster, color_space_from_name, color_space_name
 from . import deep, fill, luma, ocio
 
-__all__ = ["ColorSpace", "Error", "Format", "LookupType", "LumFunction", "Packing", "Lookup", "Raster",
+__all__ = ["ColorSpace", "Dither", "Error", "Format", "LookupType", "LumFunction", "Packing", "Lookup", "Raster",
            "color_space_from_name", "color_space_name", "deep", "fill", "luma", "ocio"]
 
 _DEFAULT_PACKINGS = {1: Packing.SINGLE, 2: Packing.UV, 3: Packing.RGB, 4: Packing.RGBA}

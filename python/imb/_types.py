@@ -43,6 +43,15 @@ _DTYPES = {Format.INT8: "uint8", Format.INT16: "uint16", Format.INT32: "uint32",
            Format.FLOAT32: "float32", Format.FLOAT16: "float16"}
 
 
+class Dither(enum.IntEnum):
+    """How Raster.convert_8bit spreads the rounding error; every method is deterministic."""
+
+    NONE = 0  # round to nearest, exactly as imb.fill does
+    BAYER4 = 1  # ordered, 4x4 Bayer matrix
+    BAYER8 = 2  # ordered, 8x8 Bayer matrix
+    FLOYD_STEINBERG = 3  # error diffusion, serpentine rows
+
+
 class Packing(enum.IntEnum):
     """Layout of a pixel's components; the _NI packings keep one plane per channel."""
 

@@ -133,6 +133,12 @@ template <> struct EnumInfo<IMB_LumFunction>
     static constexpr auto sig = py::detail::const_name("imb.LumFunction");
     static bool valid(long long v) { return v >= IMB_LUM_WEIGHTED && v <= IMB_LUM_ALPHA; }
 };
+template <> struct EnumInfo<IMB_Dither>
+{
+    static constexpr const char *className = "Dither";
+    static constexpr auto sig = py::detail::const_name("imb.Dither");
+    static bool valid(long long v) { return v >= IMB_DITHER_NONE && v <= IMB_DITHER_FLOYD_STEINBERG; }
+};
 template <> struct EnumInfo<IMB_LookupType>
 {
     static constexpr const char *className = "LookupType";
@@ -257,6 +263,9 @@ template <> struct type_caster<IMB_LumFunction> : imb_python::EnumCaster<IMB_Lum
 {
 };
 template <> struct type_caster<IMB_LookupType> : imb_python::EnumCaster<IMB_LookupType>
+{
+};
+template <> struct type_caster<IMB_Dither> : imb_python::EnumCaster<IMB_Dither>
 {
 };
 } // namespace pybind11::detail

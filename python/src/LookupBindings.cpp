@@ -138,7 +138,9 @@ void apply(PyLookup &l, PyRaster &r, float gamma, float black, float white, std:
         ~InUse() { --count; }
     } inUse(l.busy);
     py::gil_scoped_release nogil;
-    l.lut.applyLUT(ras, gamma, black, white, channel.value_or(-1));
+    // The raster's entry point gives the same pixels, through per-value
+    // tables for 8- and 16-bit rasters.
+    ras.applyLUT(l.lut, gamma, black, white, channel.value_or(-1));
 }
 } // namespace
 

@@ -499,6 +499,75 @@ out interleaved even for RGBA_NI (kept). ValueError for other packings;
 BufferError while a view of the pixels exists.
 )doc")
         .def(
+            "get_range",
+            [](const PyRaster &r) -> py::object {
+                const IMB_Raster &ras = const_cast<PyRaster &>(r).pixels();
+                float lo[4], hi[4];
+                bool ok;
+                {
+                    py::gil_scoped_release nogil;
+                    ok = ras.getRange(lo, hi);
+                }
+                if (!ok)
+                    return py::none();
+                const int n = ras.getPacking() == PACK_DUAL ? 2 : ras.getNumChannels();
+                py::list mins, maxs;
+                for (int c = 0; c < n; ++c)
+                {
+                    mins.append(lo[c]);
+                    maxs.append(hi[c]);
+                }
+                return py::make_tuple(py::tuple(mins), py::tuple(maxs));
+            },
+            R"doc(
+Per-channel (minimums, maximums) over the data window (the whole raster
+without one), in the units get_pixel reads (integers as fractions of their
+full scale). NaN is skipped; a channel of nothing but NaN gives NaN. None
+when the data window lies outside the raster.
+)doc")
+        .def(
+            "convert_8bit",
+            [](const PyRaster &r, float black, float white, float gamma, IMB_Dither dither) {
+                const IMB_Raster &ras = const_cast<PyRaster &>(r).pixels();
+                auto out = std::make_unique<PyRaster>();
+                bool ok;
+                {
+                    py::gil_scoped_release nogil;
+                    ok = ras.convert8Bit(out->raster, black, white, gamma, dither);
+                }
+                if (!ok)
+                    throw std::bad_alloc(); // every argument was checked; only allocation fails
+                return out;
+            },
+            py::arg("black") = 0.0f, py::arg("white") = 0.0f, py::arg("gamma") = 1.0f,
+            py::arg("dither") = IMB_DITHER_NONE, R"doc(
+A new uint8 raster of the same packing and size. `black` and `white` are in
+the raster's own units (integer codes, or values for float formats; both 0
+for the full range). Without dithering the bytes are exactly what imb.fill
+gives (rounded half up, clamped, then the gamma table); with a Dither method
+the value is raised to 1/gamma before it is quantised. Alpha keeps its full
+range, without gamma or dithering.
+)doc")
+        .def(
+            "streak_edges",
+            [](PyRaster &r, int x, int y, int width, int height) {
+                IMB_Raster &ras = r.pixels();
+                PixelWork w(r);
+                bool ok;
+                {
+                    py::gil_scoped_release nogil;
+                    ok = ras.streakEdges(BAS_Rect<BAS_DimRectImpl>(x, y, width, height));
+                }
+                if (!ok)
+                    throw py::value_error("streak_edges: the area does not overlap the raster");
+            },
+            py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"), R"doc(
+Fills every pixel outside the area (clipped to the raster) by repeating the
+area's edge pixels outwards: rows first, then the rows above and below, so
+corners take the area's corner pixels. ValueError when nothing of the area
+lies inside the raster.
+)doc")
+        .def(
             "adjust_saturation",
             [](PyRaster &r, float s) {
                 IMB_Raster &ras = r.pixels();

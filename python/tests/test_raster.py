@@ -159,3 +159,27 @@ def test_stream_form_round_trips(binary, tmp_path):
 def test_bad_arguments_and_failures_raise(call, error):
     with pytest.raises(error):
         call()
+
+
+@pytest.mark.parametrize("packing", [P.RGBA, P.RGB_NI, P.UV], ids=lambda p: p.name)
+def test_image_operations_follow_their_numpy_counterparts(packing):
+    rng = np.random.default_rng(3)
+    a = rng.uniform(-0.5, 2.0, (6, 9, packing.channels)).astype(np.float32)
+    a[2, 3, 0] = np.nan
+    r = imb.Raster.from_array(a, packing=packing)
+    lo, hi = r.get_range()
+    assert lo == tuple(np.nanmin(a, axis=(0, 1))) and hi == tuple(np.nanmax(a, axis=(0, 1)))
+
+    # Without dithering: floor(x * 255 + 0.5) clamped (alpha likewise, no gamma).
+    out = np.asarray(r.convert_8bit())
+    want = np.clip(np.floor(np.nan_to_num(a) * np.float32(255) + np.float32(0.5)), 0, 255)
+    assert out.dtype == np.uint8 and np.array_equal(out, want.astype(np.uint8))
+    assert abs(float(np.asarray(r.convert_8bit(dither=imb.Dither.FLOYD_STEINBERG)).mean()) - float(want.mean())) < 0.5
+
+    edge = np.pad(a[1:4, 2:7], ((1, 2), (2, 2), (0, 0)), mode="edge")
+    r.streak_edges(2, 1, 5, 3)
+    assert np.array_equal(np.asarray(r), edge, equal_nan=True)
+    with pytest.raises(ValueError):
+        r.streak_edges(9, 0, 2, 2)
+    with pytest.raises(ValueError):
+        r.convert_8bit(dither=7)
