@@ -1,7 +1,6 @@
 // imbtool convert: read an image, convert every component to another data
 // format with IMB_Fill (black and white points, gamma), write it out.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 

@@ -1,13 +1,17 @@
 // imbtool deep: reads deep sample lists from JSON files and merges,
-// compresses, composites, uncomposites or filters them, writing JSON.
+// compresses, composites, uncomposites or filters them, writing JSON; and
+// merges and flattens deep OpenEXR images.
 //
 //   imbtool deep merge --channels "C:3,Of:3,id:1:ordinal" a.json b.json
 //   imbtool deep composite --channels "C:3,Of:1" --opacity Of pixel.json -o out.json
+//   imbtool deep merge a.exr b.exr -o merged.exr [--compressor null]
+//   imbtool deep flatten merged.exr -o flat.exr
 //
-// A file holds one list (the array or object form) or an array of lists
+// A JSON file holds one list (the array or object form) or an array of lists
 // ("[]" stands for a null list). One result is written as a list; several as
 // an array of lists.
 #include "Command.h"
+#include "Progress.h"
 
 #include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepSampleFilter.h>
@@ -16,6 +20,7 @@
 #include <IMB/platform/BAS_JSONWriter.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -36,7 +41,7 @@ struct DeepArgs
     std::string channels;
     std::vector<std::string> inputs;
     std::string output;
-    std::string compressor = "default";
+    std::string compressor; // "default" for JSON lists, "null" for EXR images
     std::vector<std::string> options;
     int count = 0;
     std::string opacity = "Of";
@@ -216,8 +221,100 @@ void writeResults(const DeepArgs &args, const std::vector<ListPtr> &results, con
         std::fprintf(stderr, "imbtool deep: wrote %zu list(s) to %s\n", results.size(), args.output.c_str());
 }
 
+bool isExr(const std::string &path)
+{
+    return path.size() > 4 && (path.compare(path.size() - 4, 4, ".exr") == 0 ||
+                               path.compare(path.size() - 4, 4, ".EXR") == 0);
+}
+
+std::shared_ptr<IMB_DeepCompressor> compressorOrFail(const std::string &name, const ChannelsPtr &channels,
+                                                     const BAS_Options &options)
+{
+    auto compressor = IMB_DeepCompressor::Factory::create(name.c_str(), channels, options);
+    if (!compressor)
+    {
+        BAS_StringArray names;
+        IMB_DeepCompressor::Factory::getCompressors(names);
+        std::string known;
+        for (const BAS_StringHolder &n : names)
+            known += (known.empty() ? "" : ", ") + n.toStdString();
+        throw imbtool::Failure("unknown compressor '" + name + "' (known: " + known + ")");
+    }
+    return compressor;
+}
+
+IMB_DeepImage readDeepImage(const std::string &path)
+{
+    IMB_DeepImage image;
+    BAS_ErrorCapture messages;
+    if (!image.read(path.c_str()))
+        throw imbtool::Failure(imbtool::reported(messages, "cannot read " + path));
+    return image;
+}
+
+// merge and flatten of deep OpenEXR images.
+void runDeepImages(const DeepArgs &args)
+{
+    if (args.operation != "merge" && args.operation != "flatten")
+        throw imbtool::Failure("deep OpenEXR images can be merged and flattened; '" + args.operation +
+                               "' works on JSON sample lists");
+    if (args.output.empty())
+        throw imbtool::Failure("-o/--output names the image to write");
+    const auto t0 = std::chrono::steady_clock::now();
+    auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(); };
+    std::vector<IMB_DeepImage> images;
+    for (const std::string &in : args.inputs)
+    {
+        images.push_back(readDeepImage(in));
+        const IMB_DeepImage &im = images.back();
+        std::fprintf(stderr, "imbtool deep: read %s: %d x %d, %d channel(s), %lld sample(s) (%.2f s)\n", in.c_str(),
+                     im.width(), im.height(), im.channels() ? im.channels()->channelCount() : 0,
+                     static_cast<long long>(im.sampleCount()), seconds());
+    }
+    BAS_ErrorCapture messages;
+    if (args.operation == "flatten")
+    {
+        if (images.size() != 1)
+            throw imbtool::Failure("flatten takes one deep image");
+        IMB_Raster flat;
+        if (!images[0].flatten(flat))
+            throw imbtool::Failure(imbtool::reported(messages, "cannot flatten " + args.inputs[0]));
+        IMB_ImageWindows windows = images[0].windows();
+        IMB_ImageWriteOptions options;
+        options.windows = &windows;
+        if (!IMB_ImageFile::write(args.output.c_str(), flat, options))
+            throw imbtool::Failure(imbtool::reported(messages, "cannot write " + args.output));
+        std::fprintf(stderr, "imbtool deep: flattened to %s (%.2f s)\n", args.output.c_str(), seconds());
+        return;
+    }
+    const std::string name = args.compressor.empty() ? "null" : args.compressor;
+    IMB_DeepCompressor::Factory::initCompressors();
+    compressorOrFail(name, images[0].channels(), parseOptions(args.options)); // a clear message for a bad name
+    std::vector<const IMB_DeepImage *> inputs;
+    for (const IMB_DeepImage &im : images)
+        inputs.push_back(&im);
+    IMB_DeepImage merged;
+    {
+        imbtool::ProgressBar bar("merging");
+        if (!merged.merge(inputs.data(), int(inputs.size()), name.c_str(), parseOptions(args.options),
+                          &imbtool::ProgressBar::callback, &bar))
+            throw imbtool::Failure(imbtool::reported(messages, "cannot merge the images"));
+    }
+    std::fprintf(stderr, "imbtool deep: merged %zu image(s) with the '%s' compressor: %lld sample(s) (%.2f s)\n",
+                 inputs.size(), name.c_str(), static_cast<long long>(merged.sampleCount()), seconds());
+    if (!merged.write(args.output.c_str()))
+        throw imbtool::Failure(imbtool::reported(messages, "cannot write " + args.output));
+    std::fprintf(stderr, "imbtool deep: wrote %s (%.2f s)\n", args.output.c_str(), seconds());
+}
+
 void runDeep(const DeepArgs &args)
 {
+    if (!args.inputs.empty() && std::all_of(args.inputs.begin(), args.inputs.end(), isExr))
+        return runDeepImages(args);
+    if (args.channels.empty())
+        throw imbtool::Failure("--channels is required for JSON sample lists");
+    if (args.operation == "flatten")
+        throw imbtool::Failure("flatten works on deep OpenEXR images");
     const ChannelsPtr channels = parseChannels(args.channels);
     std::vector<ListPtr> lists;
     for (const std::string &file : args.inputs)
@@ -228,17 +325,8 @@ void runDeep(const DeepArgs &args)
     const std::string &op = args.operation;
     if (op == "merge" || op == "compress")
     {
-        auto compressor = IMB_DeepCompressor::Factory::create(args.compressor.c_str(), channels,
-                                                              parseOptions(args.options));
-        if (!compressor)
-        {
-            BAS_StringArray names;
-            IMB_DeepCompressor::Factory::getCompressors(names);
-            std::string known;
-            for (const BAS_StringHolder &n : names)
-                known += (known.empty() ? "" : ", ") + n.toStdString();
-            throw imbtool::Failure("unknown compressor '" + args.compressor + "' (known: " + known + ")");
-        }
+        auto compressor = compressorOrFail(args.compressor.empty() ? "default" : args.compressor, channels,
+                                           parseOptions(args.options));
         if (args.dump)
             compressor->dump("imbtool");
         if (op == "merge")
@@ -296,19 +384,24 @@ void runDeep(const DeepArgs &args)
 void setupDeep(CLI::App &app)
 {
     auto args = std::make_shared<DeepArgs>();
-    CLI::App *cmd = app.add_subcommand("deep", "Merge, compress, composite or filter deep sample lists (JSON)");
-    cmd->add_option("operation", args->operation, "merge | compress | composite | uncomposite | filter")
+    CLI::App *cmd = app.add_subcommand(
+        "deep", "Merge, compress, composite or filter deep sample lists (JSON); merge or flatten deep OpenEXR images");
+    cmd->add_option("operation", args->operation, "merge | compress | composite | uncomposite | filter | flatten")
         ->required()
-        ->check(CLI::IsMember({"merge", "compress", "composite", "uncomposite", "filter"}));
-    cmd->add_option("inputs", args->inputs, "JSON files, each holding one list or an array of lists")
+        ->check(CLI::IsMember({"merge", "compress", "composite", "uncomposite", "filter", "flatten"}));
+    cmd->add_option("inputs", args->inputs,
+                    "JSON files, each holding one list or an array of lists; or deep OpenEXR images (.exr) for "
+                    "merge (every pixel's samples of all inputs through the pixel accumulator) and flatten "
+                    "(each pixel composited front to back into a flat RGBA image)")
         ->required()
         ->check(CLI::ExistingFile);
     cmd->add_option("--channels", args->channels,
-                    "Channel list of the samples, e.g. \"C:3,Of:3,id:1:ordinal\" (name:size[:ordinal],...)")
-        ->required();
-    cmd->add_option("-o,--output", args->output, "Write the JSON result to this file (default: standard output)");
-    cmd->add_option("--compressor", args->compressor, "Compressor name for merge and compress")
-        ->capture_default_str();
+                    "Channel list of JSON samples, e.g. \"C:3,Of:3,id:1:ordinal\" (name:size[:ordinal],...)");
+    cmd->add_option("-o,--output", args->output,
+                    "Write the result to this file (JSON: default standard output; required for images)");
+    cmd->add_option("--compressor", args->compressor,
+                    "Compressor for merge and compress (default: \"default\" for JSON lists, \"null\" for "
+                    "images, which keeps every sample)");
     cmd->add_option("--option", args->options,
                     "Compressor option key=value (zbias, ofbias, ofname, deepcompression); repeatable")
         ->allow_extra_args(false);

@@ -1,7 +1,6 @@
 // imbtool lut: build, inspect, convert, invert, merge and apply lookup-table
 // files (".lut" text, ".blut" binary).
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 #include <IMB/platform/CRV_Clip.h>

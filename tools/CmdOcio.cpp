@@ -2,7 +2,6 @@
 // convert images between colour spaces (directly or through a baked table)
 // and bake tables to files.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 

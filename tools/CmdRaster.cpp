@@ -1,7 +1,6 @@
 // imbtool raster: create a raster, fill it with a ramp through setPixelValue
 // and show what reads back.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 

@@ -1,7 +1,6 @@
 // imbtool range, convert8, dither and streak: the raster's value range,
 // reduction to 8 bits, dithering and edge streaking on real images.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 

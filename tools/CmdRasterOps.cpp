@@ -1,7 +1,6 @@
 // imbtool premult, unpremult, saturation, luma and stream: the raster alpha,
 // saturation and stream operations and the luma functions on real images.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 #include <IMB/platform/BAS_IStream.h>

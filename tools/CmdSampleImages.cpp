@@ -1,7 +1,7 @@
-// imbtool make-sample-images (hidden): writes the sample images shipped in
-// share/images, so that they can be remade and checked.
+// imbtool make-sample-images and make-deep-sample (hidden): write the sample
+// images shipped in share/, so that they can be remade and checked, and deep
+// images of any size for benchmarks.
 #include "Command.h"
-#include "ImageIO.h"
 
 #include <IMB/IMB.h>
 
@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -80,6 +82,74 @@ void makeHdr(const std::string &path)
     imbtool::writeImage(path, r);
 }
 
+// A deep layer of `samples` samples per pixel over a w x h frame: translucent
+// sheets tilted across the frame (point samples and volume slabs in turn)
+// in front of an opaque backdrop at depth 100 + seed (only point samples with
+// `points`). Channels R, G, B, A as halves. `seed` shifts the sheets' depths and colours, so that two layers
+// interleave when merged.
+IMB_DeepImage makeDeepLayer(int w, int h, int samples, int seed, bool points)
+{
+    BAS_IntrusivePtr<IMB_DeepChannelList> channels(new IMB_DeepChannelList);
+    for (const char *name : {"R", "G", "B", "A"})
+        channels->addChannel(name, 1);
+    const BAS_Rect<BAS_DimRectImpl> frame(0, 0, w, h);
+    IMB_DeepImage image(IMB_ImageWindows{frame, frame}, channels);
+    image.halfChannels().assign(4, true);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+        {
+            const float u = (x + 0.5f) / float(w), v = (y + 0.5f) / float(h);
+            BAS_IntrusivePtr<IMB_DeepSampleList> list(new IMB_DeepSampleList(channels, samples));
+            for (int k = 0; k < samples; ++k)
+            {
+                const bool back = k == samples - 1;
+                const float z = back ? 100.0f + float(seed)
+                                     : 2.0f + 3.0f * float(k) + 1.37f * float(seed) + 4.3f * (u - v) * (k % 2 ? 1 : -1);
+                const bool volume = !points && !back && (k + seed) % 2 == 1;
+                list->zfrontBuffer()[k] = z;
+                list->zbackBuffer()[k] = volume ? z + 0.75f : z;
+                list->flagBuffer()[k] = volume ? IMB_DeepSampleList::SAMPLE_VOLUME : 0;
+                list->coverageBuffer()[k] = ~uint64(0);
+                float rgb[3];
+                hsvToRgb(std::fmod(0.17f * float(k + 3 * seed) + 0.3f * u, 1.0f), 0.6f, 1.0f, rgb);
+                const float a = back ? 1.0f : 0.2f + 0.3f * std::fabs(std::sin(6.0f * u + float(k)) * v);
+                const float value[4] = {rgb[0] * a * (back ? 0.25f : 1.0f), rgb[1] * a * (back ? 0.25f : 1.0f),
+                                        rgb[2] * a * (back ? 0.25f : 1.0f), a};
+                for (int c = 0; c < 4; ++c)
+                    list->channelBuffer(c)[k] = float(half16(value[c])); // stored as halves: keep them exact
+            }
+            image.pixel(x, y) = list;
+        }
+    return image;
+}
+
+void setupMakeDeep(CLI::App &app)
+{
+    struct Options
+    {
+        std::string out;
+        std::vector<int> size{96, 96};
+        int samples = 4, seed = 0;
+        bool points = false;
+    };
+    auto o = std::make_shared<Options>();
+    CLI::App *cmd = app.add_subcommand("make-deep-sample", "Write a synthetic deep OpenEXR layer");
+    cmd->group(""); // hidden: for the shipped samples and the benchmarks
+    cmd->add_option("output", o->out, "Deep .exr to write")->required();
+    cmd->add_option("--size", o->size, "Width and height")->expected(2)->capture_default_str();
+    cmd->add_option("--samples", o->samples, "Samples per pixel (at least 1)")->capture_default_str();
+    cmd->add_option("--seed", o->seed, "Layer variant")->capture_default_str();
+    cmd->add_flag("--points", o->points, "Point samples only (no volume slabs)");
+    cmd->callback([o] {
+        if (o->size[0] < 1 || o->size[1] < 1 || o->samples < 1)
+            throw imbtool::Failure("--size and --samples must be positive");
+        BAS_ErrorCapture messages;
+        if (!makeDeepLayer(o->size[0], o->size[1], o->samples, o->seed, o->points).write(o->out.c_str()))
+            throw imbtool::Failure(imbtool::reported(messages, "cannot write " + o->out));
+        fmt::print("wrote {} ({} x {}, {} samples per pixel)\n", o->out, o->size[0], o->size[1], o->samples);
+    });
+}
+
 void setupMakeSamples(CLI::App &app)
 {
     auto dir = std::make_shared<std::string>("share/images");
@@ -95,3 +165,4 @@ void setupMakeSamples(CLI::App &app)
 } // namespace
 
 IMBTOOL_COMMAND("make-sample-images", setupMakeSamples);
+IMBTOOL_COMMAND("make-deep-sample", setupMakeDeep);

@@ -6,6 +6,9 @@
 // imbtool::Failure with a message, or CLI::RuntimeError with an exit code.
 #pragma once
 
+#include <IMB/IMB_ImageIO.h>
+#include <IMB/platform/BAS_ErrorLog.h>
+
 #include <CLI/CLI.hpp>
 
 #include <stdexcept>
@@ -29,6 +32,32 @@ struct Failure : std::runtime_error
 {
     using std::runtime_error::runtime_error;
 };
+
+// What the library reported on this thread, without the final newline.
+inline std::string reported(const BAS_ErrorCapture &messages, const std::string &otherwise)
+{
+    std::string text = messages.text();
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text.empty() ? otherwise : text;
+}
+
+// Image files through the library's file component (any format
+// OpenImageIO reads or writes); a failure throws Failure with the
+// component's message.
+inline void readImage(const std::string &path, IMB_Raster &out)
+{
+    BAS_ErrorCapture messages;
+    if (!IMB_ImageFile::read(path.c_str(), out))
+        throw Failure(reported(messages, "cannot read image \"" + path + "\""));
+}
+
+inline void writeImage(const std::string &path, const IMB_Raster &raster)
+{
+    BAS_ErrorCapture messages;
+    if (!IMB_ImageFile::write(path.c_str(), raster))
+        throw Failure(reported(messages, "cannot write image \"" + path + "\""));
+}
 } // namespace imbtool
 
 #define IMBTOOL_COMMAND(name, fn) static ::imbtool::Registrar imbtoolRegistrar_##fn(name, fn)
