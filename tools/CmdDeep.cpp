@@ -262,49 +262,41 @@ void runDeepImages(const DeepArgs &args)
         throw imbtool::Failure("-o/--output names the image to write");
     const auto t0 = std::chrono::steady_clock::now();
     auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(); };
-    std::vector<IMB_DeepImage> images;
-    for (const std::string &in : args.inputs)
-    {
-        images.push_back(readDeepImage(in));
-        const IMB_DeepImage &im = images.back();
-        std::fprintf(stderr, "imbtool deep: read %s: %d x %d, %d channel(s), %lld sample(s) (%.2f s)\n", in.c_str(),
-                     im.width(), im.height(), im.channels() ? im.channels()->channelCount() : 0,
-                     static_cast<long long>(im.sampleCount()), seconds());
-    }
     BAS_ErrorCapture messages;
     if (args.operation == "flatten")
     {
-        if (images.size() != 1)
+        if (args.inputs.size() != 1)
             throw imbtool::Failure("flatten takes one deep image");
+        const IMB_DeepImage image = readDeepImage(args.inputs[0]);
         IMB_Raster flat;
-        if (!images[0].flatten(flat))
+        if (!image.flatten(flat))
             throw imbtool::Failure(imbtool::reported(messages, "cannot flatten " + args.inputs[0]));
-        IMB_ImageWindows windows = images[0].windows();
+        IMB_ImageWindows windows = image.windows();
         IMB_ImageWriteOptions options;
         options.windows = &windows;
         if (!IMB_ImageFile::write(args.output.c_str(), flat, options))
             throw imbtool::Failure(imbtool::reported(messages, "cannot write " + args.output));
-        std::fprintf(stderr, "imbtool deep: flattened to %s (%.2f s)\n", args.output.c_str(), seconds());
+        std::fprintf(stderr, "imbtool deep: flattened %s (%d x %d, %lld samples) to %s (%.2f s)\n",
+                     args.inputs[0].c_str(), image.width(), image.height(),
+                     static_cast<long long>(image.sampleCount()), args.output.c_str(), seconds());
         return;
     }
+    // Merging streams the files a band of scan lines at a time.
     const std::string name = args.compressor.empty() ? "null" : args.compressor;
     IMB_DeepCompressor::Factory::initCompressors();
-    compressorOrFail(name, images[0].channels(), parseOptions(args.options)); // a clear message for a bad name
-    std::vector<const IMB_DeepImage *> inputs;
-    for (const IMB_DeepImage &im : images)
-        inputs.push_back(&im);
-    IMB_DeepImage merged;
+    if (!IMB_DeepCompressor::Factory::create(name.c_str(), nullptr, BAS_Options()))
+        compressorOrFail(name, nullptr, BAS_Options()); // the list of known names
+    std::vector<const char *> inputs;
+    for (const std::string &in : args.inputs)
+        inputs.push_back(in.c_str());
     {
         imbtool::ProgressBar bar("merging");
-        if (!merged.merge(inputs.data(), int(inputs.size()), name.c_str(), parseOptions(args.options),
-                          &imbtool::ProgressBar::callback, &bar))
-            throw imbtool::Failure(imbtool::reported(messages, "cannot merge the images"));
+        if (!IMB_DeepImage::mergeFiles(inputs.data(), int(inputs.size()), args.output.c_str(), name.c_str(),
+                                       parseOptions(args.options), nullptr, &imbtool::ProgressBar::callback, &bar))
+            throw imbtool::Failure(imbtool::reported(messages, "cannot merge into " + args.output));
     }
-    std::fprintf(stderr, "imbtool deep: merged %zu image(s) with the '%s' compressor: %lld sample(s) (%.2f s)\n",
-                 inputs.size(), name.c_str(), static_cast<long long>(merged.sampleCount()), seconds());
-    if (!merged.write(args.output.c_str()))
-        throw imbtool::Failure(imbtool::reported(messages, "cannot write " + args.output));
-    std::fprintf(stderr, "imbtool deep: wrote %s (%.2f s)\n", args.output.c_str(), seconds());
+    std::fprintf(stderr, "imbtool deep: merged %zu image(s) with the '%s' compressor into %s (%.2f s)\n",
+                 inputs.size(), name.c_str(), args.output.c_str(), seconds());
 }
 
 void runDeep(const DeepArgs &args)
@@ -401,7 +393,7 @@ void setupDeep(CLI::App &app)
                     "Write the result to this file (JSON: default standard output; required for images)");
     cmd->add_option("--compressor", args->compressor,
                     "Compressor for merge and compress (default: \"default\" for JSON lists, \"null\" for "
-                    "images, which keeps every sample)");
+                    "images, whose merged pixels go through its compress step)");
     cmd->add_option("--option", args->options,
                     "Compressor option key=value (zbias, ofbias, ofname, deepcompression); repeatable")
         ->allow_extra_args(false);

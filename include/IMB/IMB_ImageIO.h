@@ -168,18 +168,29 @@ public:
     // Replaces this image by the merge of `count` images with equal data
     // windows and equal channel lists: every pixel's samples from all
     // inputs go through one IMB_DeepPixel (raw style, one sub-sample
-    // position, so they come out sorted by depth) and are closed with the
-    // compressor registered as `compressor` ("null" keeps every sample,
-    // "default" merges neighbours; see IMB_DeepCompressor.h), created with
-    // `options`. The display window and channel types are the first
+    // position, so they come out as one list sorted by depth) and are
+    // closed with the compressor registered as `compressor`, created with
+    // `options`: its compress step gets the pixel's list (the built-in
+    // "null" and "default" keep every sample of a single list; see
+    // IMB_DeepCompressor.h). The display window and channel types are the first
     // input's. Pixels run on the shared thread pool; `progress`, when
-    // given, is called from one worker at a time with the fraction of rows
-    // done, and once more with 1 at the end.
+    // given, is called on the calling thread with the fraction of rows done.
     // False, with nothing changed, for no input, differing windows or
     // channel lists, or an unknown compressor.
     bool merge(const IMB_DeepImage *const *inputs, int count, const char *compressor,
                const BAS_Options &options = BAS_Options(), void (*progress)(double done, void *data) = nullptr,
                void *progressData = nullptr);
+
+    // The merge of deep OpenEXR files into another, as merge() does, read,
+    // merged and written a band of scan lines at a time, so memory holds a
+    // band rather than every image. The inputs need equal data windows and
+    // channel names; the output takes the first input's windows and channel
+    // types, and `compression` as write() does. Tiled inputs are read whole.
+    // False, with nothing at `output`, when a file cannot be read or
+    // written, the inputs differ, or the compressor is unknown.
+    static bool mergeFiles(const char *const *inputs, int count, const char *output, const char *compressor,
+                           const BAS_Options &options = BAS_Options(), const char *compression = nullptr,
+                           void (*progress)(double done, void *data) = nullptr, void *progressData = nullptr);
 
     // Composites every pixel front to back into a flat float raster of the
     // data window's size: PACK_RGBA from the channels R, G, B and A (a

@@ -232,8 +232,22 @@ TEST(DeepImage, MergeSortsEveryPixelsSamplesAndFlattenCompositesThemOver)
                     l->zbackBuffer()[k] += 0.5f;
                 }
     const IMB_DeepImage *inputs[] = {&a, &b};
-    IMB_DeepImage merged;
+    IMB_DeepImage merged, streamed;
     ASSERT_TRUE(merged.merge(inputs, 2, "null"));
+    // The same merge of the files, band by band, gives the same lists.
+    ASSERT_TRUE(b.write((dir / "later.exr").c_str()));
+    const std::string first = dir / "in.exr", second = dir / "later.exr";
+    const char *files[] = {first.c_str(), second.c_str()};
+    const std::string out = dir / "merged.exr";
+    ASSERT_TRUE(IMB_DeepImage::mergeFiles(files, 2, out.c_str(), "null"));
+    ASSERT_TRUE(streamed.read(out.c_str()));
+    for (int i = 0; i < 15; ++i)
+        if (const auto &l = merged.pixel(i % 5, i / 5))
+            for (int k = 0; k < l->sampleCount(); ++k)
+            {
+                EXPECT_EQ(streamed.pixel(i % 5, i / 5)->zfront(k), l->zfront(k));
+                EXPECT_EQ(streamed.pixel(i % 5, i / 5)->channelData(1, k)[0], l->channelData(1, k)[0]);
+            }
     IMB_Raster flat;
     ASSERT_TRUE(merged.flatten(flat));
     for (int y = 0; y < 3; ++y)
@@ -261,6 +275,34 @@ TEST(DeepImage, MergeSortsEveryPixelsSamplesAndFlattenCompositesThemOver)
             EXPECT_EQ(px[1], 0.0f); // no G channel
             EXPECT_EQ(px[3], alpha);
         }
+
+    // Over several bands of scan lines every pixel keeps its own samples.
+    BAS_IntrusivePtr<IMB_DeepChannelList> r1(new IMB_DeepChannelList);
+    r1->addChannel("R", 1);
+    const BAS_Rect<BAS_DimRectImpl> tall(3, -40, 3, 150);
+    for (const char *name : {"t0.exr", "t1.exr"})
+    {
+        IMB_DeepImage t(IMB_ImageWindows{tall, tall}, r1);
+        for (int i = 0; i < 3 * 150; ++i)
+        {
+            BAS_IntrusivePtr<IMB_DeepSampleList> l(new IMB_DeepSampleList(r1, 1));
+            l->zfrontBuffer()[0] = l->zbackBuffer()[0] = name[1] == '0' ? 1.0f : 2.0f;
+            l->channelBuffer(0)[0] = float(i);
+            t.pixel(i % 3, i / 3) = l;
+        }
+        ASSERT_TRUE(t.write((dir / name).c_str()));
+    }
+    const std::string t0 = dir / "t0.exr", t1 = dir / "t1.exr";
+    const char *tallFiles[] = {t0.c_str(), t1.c_str()};
+    ASSERT_TRUE(IMB_DeepImage::mergeFiles(tallFiles, 2, out.c_str(), "null"));
+    ASSERT_TRUE(streamed.read(out.c_str()));
+    for (int i = 0; i < 3 * 150; ++i)
+    {
+        const auto &l = streamed.pixel(i % 3, i / 3);
+        ASSERT_TRUE(l && l->sampleCount() == 2);
+        EXPECT_EQ(l->channelData(0, 1)[0], float(i));
+        EXPECT_EQ(l->zfront(1), 2.0f);
+    }
 
     IMB_DeepImage other(IMB_ImageWindows{BAS_Rect<BAS_DimRectImpl>(0, 0, 5, 3), a.windows().display}, a.channels());
     const IMB_DeepImage *mismatched[] = {&a, &other};
