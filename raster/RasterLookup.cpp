@@ -141,20 +141,19 @@ void IMB_Raster::applyLUT(const IMB_Lookup &lut, float gamma, float black, float
     const int channels = imbDefinesPComp[myPacking];
     const int only = channel < 0 ? -1 : std::min(channel, 3);
     const bool eightBit = myFormat == IMB_INT8;
-    const std::size_t entries = eightBit ? 256 : 65536;
-    std::vector<uint16> store(eightBit ? 4 * 256 / 2 : 4 * 65536);
-    void *maps[4] = {nullptr, nullptr, nullptr, nullptr};
-    for (int c = 0; c < channels && c < 4; ++c)
-        maps[c] = reinterpret_cast<uint8 *>(store.data()) + c * entries * (eightBit ? 1 : 2);
-    const int filled = (myFormat == IMB_INT8 || myFormat == IMB_INT16)
-                           ? lut.buildValueMaps(myFormat, maps, gamma, black, white, channel)
-                           : 0;
-    if (!filled)
+    if ((myFormat != IMB_INT8 && myFormat != IMB_INT16) || (lut.getType() & IMB_LUT_3D) || lut.getTableSize() < 1)
     {
         // Cubes, float, half and 32-bit rasters, and tables without samples.
         lut.applyLUT(*this, gamma, black, white, channel);
         return;
     }
+    const std::size_t entries = eightBit ? 256 : 65536;
+    std::vector<uint16> store(eightBit ? 4 * 256 / 2 : 4 * 65536);
+    void *maps[4] = {nullptr, nullptr, nullptr, nullptr};
+    for (int c = 0; c < channels && c < 4; ++c)
+        maps[c] = reinterpret_cast<uint8 *>(store.data()) + c * entries * (eightBit ? 1 : 2);
+    // No channel with a table (filled 0) still spreads a given channel.
+    const int filled = lut.buildValueMaps(myFormat, maps, gamma, black, white, channel);
 
     // Channels the table leaves alone map each value to itself.
     for (int c = 0; c < channels && c < 4; ++c)
@@ -174,7 +173,7 @@ void IMB_Raster::applyLUT(const IMB_Lookup &lut, float gamma, float black, float
     const int planes = interleaved ? 1 : channels;
     // 8-bit: pair tables per plane (interleaved: one run over every channel).
     std::vector<PairTables> pairs;
-    if (eightBit)
+    if (eightBit && filled)
         for (int k = 0; k < planes; ++k)
         {
             const uint8 *m[4];
@@ -192,7 +191,7 @@ void IMB_Raster::applyLUT(const IMB_Lookup &lut, float gamma, float black, float
         const int64 count = std::min(chunk, pixels - first);
         if (count <= 0)
             return;
-        for (int k = 0; k < planes; ++k)
+        for (int k = 0; k < planes && filled; ++k)
         {
             const int64 components = count * step;
             if (eightBit)

@@ -329,6 +329,9 @@ public:
     // B. 32-bit integer rasters are left unchanged by cubes (kept as
     // designed). The log bias is not used here.
     // Rasters above 100,000 pixels are split over the shared thread pool.
+    // 1D tables reach 8-bit rasters, and 16-bit ones from 262,144 pixels,
+    // through per-value tables (IMB_Raster::applyLUT): the same rule, one
+    // lookup per component.
     void applyLUT(IMB_Raster &r, float gamma = 1.0f, float black = 0.0f, float white = 1.0f,
                   int channel = -1) const;
     // The 1D part of applyLUT (tables by getIndexFor; nothing without tracks).
