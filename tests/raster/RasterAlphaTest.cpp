@@ -171,6 +171,27 @@ TEST_P(RasterAlphaWalk, PremultiplyAndUnpremultiplyByAnotherRasterMatchTheDefini
 
 INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAlphaWalk, RASTER_ALL_SHAPES, rastertest::shapeName);
 
+// The 8-bit memory-order paths against the walk for every (component, alpha)
+// pair, each pair in a different lane position of the vector kernels.
+TEST(RasterAlpha, EightBitAlphaOperationsMatchTheWalkForEveryComponentAndAlpha)
+{
+    IMB_Raster r(PACK_RGBA, IMB_INT8, 257, 256);
+    uint8 *p = static_cast<uint8 *>(r.getPixels());
+    for (int64 i = 0; i < 257 * 256; ++i)
+    {
+        const int c = int(i % 256), a = int(i / 257);
+        const uint8 px[4] = {uint8(c), uint8(255 - c), uint8(c ^ 0x5A), uint8(a)};
+        std::memcpy(p + 4 * i, px, 4);
+    }
+    for (Op op : {PREMULTIPLY, UNPREMULTIPLY})
+    {
+        IMB_Raster got(r), want(r);
+        EXPECT_TRUE(op == PREMULTIPLY ? got.premultiply() : got.unpremultiply());
+        referenceWalk(want, nullptr, op);
+        EXPECT_TRUE(sameBytes(got, want)) << "op " << op;
+    }
+}
+
 TEST(RasterAlpha, PremultiplyThenUnpremultiplyRestoresAFloatPixel)
 {
     IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 1, 1);
