@@ -291,7 +291,52 @@ template <int S> int64 satF16(const SatJob &job)
         return 0;                                                                                                      \
     }
 
-template <int S> int64 satU8(const SatJob &job) { return satInt<S, uint8_t>(job, 255.0f); }
+// RGBA 8-bit with a pixel per 32-bit lane: components are picked out with
+// shifts and masks rather than de-interleaved, and alpha stays in place. y
+// is clamped to [0, 255] first (floor(y + 0.5) clamped afterwards agrees on
+// every finite y); on [0, 255], truncating the single-precision sum
+// y + 0.49999997f gives floor(y + 0.5) for every float y (checked over all of
+// them when this was written; the tests cover the boundaries). A NaN or huge
+// `s` (whose products could overflow) is left to the scalar rule.
+int64 satU8RGBA(const SatJob &job)
+{
+#if HWY_TARGET == HWY_SCALAR
+    return 0;
+#else
+    if (!(std::fabs(job.s) <= 1e30f))
+        return 0;
+    const hn::ScalableTag<float> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const hn::RebindToUnsigned<decltype(df)> du;
+    const hn::Repartition<uint8_t, decltype(du)> d8;
+    const int64 N = int64(hn::Lanes(df));
+    uint8_t *p = static_cast<uint8_t *>(job.r);
+    const auto byte = hn::Set(du, 0xFFu), alphaBits = hn::Set(du, 0xFF000000u);
+    const auto zero = hn::Zero(df), white = hn::Set(df, 255.0f), nearHalf = hn::Set(df, 0.49999997f);
+    auto toFloat = [&](hn::VFromD<decltype(du)> c) { return hn::ConvertTo(df, hn::BitCast(di, hn::And(c, byte))); };
+    auto round = [&](hn::VFromD<decltype(df)> y) {
+        return hn::BitCast(du, hn::ConvertTo(di, hn::Add(hn::Min(hn::Max(y, zero), white), nearHalf)));
+    };
+    int64 i = 0;
+    for (; i + N <= job.count; i += N)
+    {
+        const auto v = hn::BitCast(du, hn::LoadU(d8, p + 4 * i));
+        auto r = toFloat(v), g = toFloat(hn::ShiftRight<8>(v)), b = toFloat(hn::ShiftRight<16>(v));
+        satFloats(df, job.s, r, g, b);
+        const auto rgb = hn::Or(hn::Or(round(r), hn::ShiftLeft<8>(round(g))), hn::ShiftLeft<16>(round(b)));
+        hn::StoreU(hn::BitCast(d8, hn::Or(rgb, hn::And(v, alphaBits))), d8, p + 4 * i);
+    }
+    return i;
+#endif
+}
+
+template <int S> int64 satU8(const SatJob &job)
+{
+    if constexpr (S == 4)
+        return satU8RGBA(job);
+    else
+        return satInt<S, uint8_t>(job, 255.0f);
+}
 template <int S> int64 satU16(const SatJob &job) { return satInt<S, uint16_t>(job, 65535.0f); }
 
 // Each returns how many leading pixels it did; the caller does the rest.
