@@ -79,8 +79,50 @@ HWY_INLINE int64 vectorEnd(const LumaJob &job, size_t lanes)
 }
 
 // ---------------------------------------------------------------- 8 bit
+// Weighted sums of four-component 8-bit pixels, a pixel per 32-bit lane:
+// components 0 and 2 sit in the low bytes of the lane's two 16-bit halves,
+// 1 and 3 in the high bytes, so two multiplies by per-position weights (0
+// where no colour channel sits) give every (c * w) >> 8 term, and the two
+// halves of the lane add up to the pixel's sum.
+int64 weightedU8x4(const LumaJob &job)
+{
+#if HWY_TARGET == HWY_SCALAR
+    return 0;
+#else
+    const hn::ScalableTag<uint32_t> d32;
+    const hn::Repartition<uint16_t, decltype(d32)> d16;
+    const hn::Repartition<uint8_t, decltype(d32)> d8;
+    const hn::Rebind<uint8_t, decltype(d32)> dOut;
+    const size_t N = hn::Lanes(d32);
+    const int64 end = vectorEnd(job, N);
+    uint32 w[4] = {0, 0, 0, 0};
+    for (int c = 0; c < 3; ++c)
+        w[job.off[c]] = lumaIntWeights8[job.func][c];
+    const auto wEven = hn::BitCast(d16, hn::Set(d32, w[0] | (w[2] << 16)));
+    const auto wOdd = hn::BitCast(d16, hn::Set(d32, w[1] | (w[3] << 16)));
+    const auto lowBytes = hn::Set(d16, uint16_t(0x00FF));
+    const auto lowHalf = hn::Set(d32, 0xFFFFu);
+    const uint8 *src = static_cast<const uint8 *>(job.base);
+    uint8 *dst = static_cast<uint8 *>(job.dst);
+    int64 i = 0;
+    for (; i <= end; i += int64(N))
+    {
+        const auto v = hn::BitCast(d16, hn::LoadU(d8, src + 4 * i));
+        const auto even = hn::ShiftRight<8>(hn::Mul(hn::And(v, lowBytes), wEven));
+        const auto odd = hn::ShiftRight<8>(hn::Mul(hn::ShiftRight<8>(v), wOdd));
+        const auto pairs = hn::BitCast(d32, hn::Add(even, odd));
+        const auto sum = hn::Add(hn::And(pairs, lowHalf), hn::ShiftRight<16>(pairs));
+        hn::StoreU(hn::TruncateTo(dOut, sum), dOut, dst + i);
+    }
+    return i;
+#endif
+}
+
 template <int S, bool withAlpha> int64 runU8(const LumaJob &job)
 {
+    if constexpr (S == 4)
+        if (job.func == 0 || job.func == 1)
+            return weightedU8x4(job);
     const hn::ScalableTag<uint16_t> d16;
     const hn::Rebind<uint8_t, decltype(d16)> d8;
     const size_t N = hn::Lanes(d16);
@@ -326,7 +368,6 @@ template <int S, bool withAlpha> int64 runF16(const LumaJob &job)
     uint16 *dst = static_cast<uint16 *>(job.dst);
     hn::VFromD<decltype(du16)> r, g, b, a = hn::Zero(du16);
     auto widen = [&](auto h) { return widenHalves(df, h); };
-    HWY_ALIGN float tmp[hn::MaxLanes(df)];
     int64 i = 0;
     if (job.func == 2 || job.func == 3)
     {
@@ -353,9 +394,7 @@ template <int S, bool withAlpha> int64 runF16(const LumaJob &job)
     for (; i <= end; i += N)
     {
         loadPixels<S, withAlpha>(du16, job, i, r, g, b, a);
-        hn::Store(floatRule(df, job.func, widen(r), widen(g), widen(b), widen(a), withAlpha), df, tmp);
-        for (size_t k = 0; k < N; ++k)
-            dst[i + int64(k)] = half16::fromFloat(tmp[k]);
+        storeHalf<true>(df, floatRule(df, job.func, widen(r), widen(g), widen(b), widen(a), withAlpha), dst + i);
     }
     return i;
 }

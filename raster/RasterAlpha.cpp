@@ -254,25 +254,21 @@ template <int S> int64 satF16(const SatJob &job)
     const hn::Rebind<uint16_t, decltype(df)> du;
     const size_t N = hn::Lanes(df);
     hn::VFromD<decltype(du)> r, g, b, a = hn::Zero(du);
-    HWY_ALIGN float tr[hn::MaxLanes(df)], tg[hn::MaxLanes(df)], tb[hn::MaxLanes(df)];
     HWY_ALIGN uint16_t hr[hn::MaxLanes(df)], hg[hn::MaxLanes(df)], hb[hn::MaxLanes(df)];
     auto widen = [&](auto c) { return widenHalves(df, c); };
-    auto toHalf = [](float f) -> uint16_t { return f == 0.0f ? 0 : half16::fromFloat(f); };
+    // Results of zero are stored as +0, whatever their sign.
+    auto toHalf = [&](hn::VFromD<decltype(df)> f, uint16_t *to) {
+        storeHalf<true>(df, hn::IfThenZeroElse(hn::Eq(f, hn::Zero(df)), f), to);
+    };
     int64 i = 0;
     for (; i + int64(N) <= job.count; i += N)
     {
         satLoad<S>(du, job, i, r, g, b, a);
         auto fr = widen(r), fg = widen(g), fb = widen(b);
         satFloats(df, job.s, fr, fg, fb);
-        hn::Store(fr, df, tr);
-        hn::Store(fg, df, tg);
-        hn::Store(fb, df, tb);
-        for (size_t k = 0; k < N; ++k)
-        {
-            hr[k] = toHalf(tr[k]);
-            hg[k] = toHalf(tg[k]);
-            hb[k] = toHalf(tb[k]);
-        }
+        toHalf(fr, hr);
+        toHalf(fg, hg);
+        toHalf(fb, hb);
         satStore<S>(du, job, i, hn::Load(du, hr), hn::Load(du, hg), hn::Load(du, hb), a);
     }
     return i;
