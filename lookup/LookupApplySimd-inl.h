@@ -29,13 +29,33 @@ namespace hn = hwy::HWY_NAMESPACE;
 constexpr size_t kMaxPeriod = 64;
 
 // Fetches table[o] into a and table[o + 1] into b for every lane, with one
-// 8-byte load per pair of neighbours.
-template <class DF, class VI, class VF>
+// 8-byte load per pair of neighbours. With SKIP37 (AVX2 only: eight lanes of
+// four-component pixels whose fourth component is kept) lanes 3 and 7 load
+// nothing; what they hold is not to be used.
+template <bool SKIP37, class DF, class VI, class VF>
 HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
 {
 #if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
     a = hn::GatherIndex(df, table, o);
     b = hn::GatherIndex(df, table + 1, o);
+#elif HWY_TARGET == HWY_AVX2
+    // Each pair goes straight into a register half (no trip through memory,
+    // whose 8-byte stores a wide reload could not forward): pairs 0, 1, 4, 5
+    // make x and 2, 3, 6, 7 make y, so one in-lane shuffle of the two gives
+    // every first value in order, another every second. The indices leave
+    // the vector two at a time.
+    const __m128i lo = _mm256_castsi256_si128(o.raw), hi = _mm256_extracti128_si256(o.raw, 1);
+    const uint64_t q0 = uint64_t(_mm_cvtsi128_si64(lo)), q1 = uint64_t(_mm_extract_epi64(lo, 1));
+    const uint64_t q2 = uint64_t(_mm_cvtsi128_si64(hi)), q3 = uint64_t(_mm_extract_epi64(hi, 1));
+    auto one = [table](uint64_t q) { return _mm_load_sd(reinterpret_cast<const double *>(table + uint32_t(q))); };
+    auto two = [table, &one](uint64_t q) {
+        return _mm_castpd_ps(_mm_loadh_pd(one(q), reinterpret_cast<const double *>(table + uint32_t(q >> 32))));
+    };
+    const __m128 y0 = SKIP37 ? _mm_castpd_ps(one(q1)) : two(q1), y1 = SKIP37 ? _mm_castpd_ps(one(q3)) : two(q3);
+    const __m256 x = _mm256_insertf128_ps(_mm256_castps128_ps256(two(q0)), two(q2), 1);
+    const __m256 y = _mm256_insertf128_ps(_mm256_castps128_ps256(y0), y1, 1);
+    a = VF{_mm256_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0))};
+    b = VF{_mm256_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1))};
 #else
     // Plain 8-byte loads of each neighbour pair beat hardware gathers on
     // common x86 cores; the pairs are then split into a and b.
@@ -56,7 +76,7 @@ HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
 // Maps `count` consecutive floats in place. Component k belongs to slot
 // k % step; slotOffset[s] is the offset of the slot's padded table in
 // p.padded, or -1 to leave the slot's components alone.
-template <bool LOG>
+template <bool LOG, bool SKIP37>
 void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, const int slotOffset[4])
 {
     const hn::ScalableTag<float> df;
@@ -99,7 +119,7 @@ void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, con
         const auto f = hn::Sub(pos, hn::ConvertTo(df, i));
         const auto o = hn::Add(i, hn::Load(di, offsets + phase));
         auto a = hn::Zero(df), b = hn::Zero(df);
-        gatherPairs(df, table, o, a, b);
+        gatherPairs<SKIP37>(df, table, o, a, b);
         const auto y = hn::Add(a, hn::Mul(hn::Sub(b, a), f));
         const auto keepMask = hn::RebindMask(df, hn::Lt(hn::Load(di, keep + phase), hn::Zero(di)));
         return hn::IfThenElse(keepMask, in, y);
@@ -133,13 +153,18 @@ constexpr int64 kStreamBlock = 3072;
 void ApplyFloat1D(const Lut1DParams &p, const LutSpan &span)
 {
     auto stream = [&](float *data, int64 count, int step, const int slots[4]) {
+        // Eight-lane vectors of RGBA pixels whose alpha is kept need no
+        // table reads for the alpha lanes.
+        const bool skip37 = HWY_TARGET == HWY_AVX2 && step == 4 && slots[3] < 0;
         for (int64 b = 0; b < count; b += kStreamBlock)
         {
             const int64 m = std::min(kStreamBlock, count - b);
             if (p.log)
-                streamFloat1D<true>(p, data + b, m, step, slots);
+                streamFloat1D<true, false>(p, data + b, m, step, slots);
+            else if (skip37)
+                streamFloat1D<false, true>(p, data + b, m, step, slots);
             else
-                streamFloat1D<false>(p, data + b, m, step, slots);
+                streamFloat1D<false, false>(p, data + b, m, step, slots);
             if (p.gammaOne)
                 continue;
             for (int64 k = 0; k < m; ++k)
@@ -182,14 +207,18 @@ void ApplyFloat1D(const Lut1DParams &p, const LutSpan &span)
     }
 }
 
-// Cube lookup of one pixel with four-lane corner loads (R, G, B and one
-// spare lane), red first, then green, then blue.
+// Cube lookup with four-lane corner loads (R, G, B and one spare lane), red
+// first, then green, then blue. A cube of any size lives mostly outside the
+// first-level caches and its corners are scattered, so the pixels go in
+// blocks: a first pass finds every pixel's corner cell and asks for its
+// cache lines, a second interpolates, by which time most have arrived.
 template <CubeInput IN, bool GAMMA1>
 void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
 {
 #if HWY_TARGET != HWY_SCALAR
     const hn::Full128<float> d4;
 #endif
+    constexpr int64 kBlock = 64;
     const float top = static_cast<float>(p.n - 1);
     const std::ptrdiff_t e = p.n + 1;
     const std::ptrdiff_t dr = 3, dg = 3 * e, db = 3 * e * e;
@@ -197,49 +226,76 @@ void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
     float *g = static_cast<float *>(span.comp[1]);
     float *b = static_cast<float *>(span.comp[2]);
     const int64 step = span.step;
-    for (int64 k = 0; k < span.count; ++k, r += step, g += step, b += step)
+    std::ptrdiff_t cell[kBlock];
+    float pos[kBlock][3];
+    for (int64 first = 0; first < span.count; first += kBlock)
     {
-        const float cr = *r, cg = *g, cb = *b;
-        if (cr != cr || cg != cg || cb != cb) // pixels with a NaN keep their values
-            continue;
-        float pr = clampLow(cubePosition<IN>(cr, p, top), 0.0f, top);
-        float pg = clampLow(cubePosition<IN>(cg, p, top), 0.0f, top);
-        float pb = clampLow(cubePosition<IN>(cb, p, top), 0.0f, top);
-        const int ir = static_cast<int>(pr), ig = static_cast<int>(pg), ib = static_cast<int>(pb);
-        const float fr = pr - static_cast<float>(ir), fg = pg - static_cast<float>(ig),
-                    fb = pb - static_cast<float>(ib);
-        const float *c = p.cube + 3 * (ir + e * ig + e * e * ib);
-        HWY_ALIGN float out[4];
+        const int64 m = std::min(kBlock, span.count - first);
+        for (int64 j = 0; j < m; ++j)
+        {
+            const int64 at = (first + j) * step;
+            const float cr = r[at], cg = g[at], cb = b[at];
+            if (cr != cr || cg != cg || cb != cb) // pixels with a NaN keep their values
+            {
+                cell[j] = -1;
+                continue;
+            }
+            const float pr = clampLow(cubePosition<IN>(cr, p, top), 0.0f, top);
+            const float pg = clampLow(cubePosition<IN>(cg, p, top), 0.0f, top);
+            const float pb = clampLow(cubePosition<IN>(cb, p, top), 0.0f, top);
+            pos[j][0] = pr;
+            pos[j][1] = pg;
+            pos[j][2] = pb;
+            cell[j] = 3 * (static_cast<int>(pr) + e * static_cast<int>(pg) + e * e * static_cast<int>(pb));
+            const float *c = p.cube + cell[j];
+            for (const float *row : {c, c + dg, c + db, c + dg + db})
+            {
+                __builtin_prefetch(row);
+                __builtin_prefetch(row + dr + 3);
+            }
+        }
+        for (int64 j = 0; j < m; ++j)
+        {
+            if (cell[j] < 0)
+                continue;
+            const float pr = pos[j][0], pg = pos[j][1], pb = pos[j][2];
+            const int ir = static_cast<int>(pr), ig = static_cast<int>(pg), ib = static_cast<int>(pb);
+            const float fr = pr - static_cast<float>(ir), fg = pg - static_cast<float>(ig),
+                        fb = pb - static_cast<float>(ib);
+            const float *c = p.cube + cell[j];
+            HWY_ALIGN float out[4];
 #if HWY_TARGET == HWY_SCALAR
-        (void)c, (void)fr, (void)fg, (void)fb, (void)dr, (void)dg, (void)db;
-        cubeLookup(p.cube, p.n, pr, pg, pb, out);
+            (void)c, (void)fr, (void)fg, (void)fb, (void)dr, (void)dg, (void)db;
+            cubeLookup(p.cube, p.n, pr, pg, pb, out);
 #else
-        auto v00 = hn::LoadU(d4, c), v10 = hn::LoadU(d4, c + dg), v01 = hn::LoadU(d4, c + db),
-             v11 = hn::LoadU(d4, c + dg + db);
-        if (!(fr >= -kCubeSkip && fr <= kCubeSkip))
-        {
-            const auto f = hn::Set(d4, fr);
-            v00 = hn::Add(v00, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr), v00), f));
-            v10 = hn::Add(v10, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg), v10), f));
-            v01 = hn::Add(v01, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + db), v01), f));
-            v11 = hn::Add(v11, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg + db), v11), f));
-        }
-        if (!(fg >= -kCubeSkip && fg <= kCubeSkip))
-        {
-            const auto f = hn::Set(d4, fg);
-            v00 = hn::Add(v00, hn::Mul(hn::Sub(v10, v00), f));
-            v01 = hn::Add(v01, hn::Mul(hn::Sub(v11, v01), f));
-        }
-        if (!(fb >= -kCubeSkip && fb <= kCubeSkip))
-            v00 = hn::Add(v00, hn::Mul(hn::Sub(v01, v00), hn::Set(d4, fb)));
-        hn::Store(v00, d4, out);
+            auto v00 = hn::LoadU(d4, c), v10 = hn::LoadU(d4, c + dg), v01 = hn::LoadU(d4, c + db),
+                 v11 = hn::LoadU(d4, c + dg + db);
+            if (!(fr >= -kCubeSkip && fr <= kCubeSkip))
+            {
+                const auto f = hn::Set(d4, fr);
+                v00 = hn::Add(v00, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr), v00), f));
+                v10 = hn::Add(v10, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg), v10), f));
+                v01 = hn::Add(v01, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + db), v01), f));
+                v11 = hn::Add(v11, hn::Mul(hn::Sub(hn::LoadU(d4, c + dr + dg + db), v11), f));
+            }
+            if (!(fg >= -kCubeSkip && fg <= kCubeSkip))
+            {
+                const auto f = hn::Set(d4, fg);
+                v00 = hn::Add(v00, hn::Mul(hn::Sub(v10, v00), f));
+                v01 = hn::Add(v01, hn::Mul(hn::Sub(v11, v01), f));
+            }
+            if (!(fb >= -kCubeSkip && fb <= kCubeSkip))
+                v00 = hn::Add(v00, hn::Mul(hn::Sub(v01, v00), hn::Set(d4, fb)));
+            hn::Store(v00, d4, out);
 #endif
-        if (!GAMMA1)
-            for (int i = 0; i < 3; ++i)
-                out[i] = applyGamma(out[i], p.invGamma);
-        *r = out[0];
-        *g = out[1];
-        *b = out[2];
+            if (!GAMMA1)
+                for (int i = 0; i < 3; ++i)
+                    out[i] = applyGamma(out[i], p.invGamma);
+            const int64 at = (first + j) * step;
+            r[at] = out[0];
+            g[at] = out[1];
+            b[at] = out[2];
+        }
     }
 }
 
