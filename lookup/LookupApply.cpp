@@ -143,21 +143,65 @@ namespace
 // padded with a copy of its last sample, and the kernel parameters.
 struct Prepared1D
 {
-    std::vector<float> tables[4];
-    std::vector<float> padded;
+    // Small tables go into a per-thread buffer that keeps its memory, so
+    // that applying a table to a small raster does not cost an allocation
+    // (and the allocator's return of the memory to the system) every call.
+    // A thread may start another application while it waits for the pool
+    // (the pool lends waiting threads other work), so the buffer is taken
+    // only when no application on this thread holds it.
+    static constexpr std::size_t kReusedFloats = 4 * 4097;
+    std::vector<float> own;
     Lut1DParams p;
     bool anyTable = false;
+    bool holdsReused = false;
+
+    Prepared1D() = default;
+    Prepared1D(const Prepared1D &) = delete;
+    Prepared1D &operator=(const Prepared1D &) = delete;
+    ~Prepared1D()
+    {
+        if (holdsReused)
+            reusedBusy() = false;
+    }
+
+    static std::vector<float> &reused()
+    {
+        static thread_local std::vector<float> v;
+        return v;
+    }
+    static bool &reusedBusy()
+    {
+        static thread_local bool busy = false;
+        return busy;
+    }
+
+    float *storage(std::size_t floats)
+    {
+        if (floats <= kReusedFloats && (holdsReused || !reusedBusy()))
+        {
+            holdsReused = reusedBusy() = true;
+            std::vector<float> &v = reused();
+            if (v.size() < floats)
+                v.resize(kReusedFloats);
+            return v.data();
+        }
+        own.resize(floats);
+        return own.data();
+    }
 };
 
 // Prepares `lut`'s tracks for a raster of `format`: the channels with a table
 // (getIndexFor; only `only` when it is 0..3), the domain, the points and
-// the gamma. The table has n >= 1 samples.
+// the gamma. The table has n >= 1 samples. Channels that share a track share
+// one padded copy; p.table[c] is the copy without its padding sample.
 void prepare1D(const IMB_Lookup &lut, IMB_DataFormat format, float gamma, float black, float white, int only,
                Prepared1D &out)
 {
     const int n = lut.getTableSize();
     Lut1DParams &p = out.p;
+    const double *source[4] = {nullptr, nullptr, nullptr, nullptr};
     int trackOf[4] = {-1, -1, -1, -1};
+    int copies = 0;
     for (int c = 0; c < 4; ++c)
     {
         if (only >= 0 && c != only)
@@ -169,16 +213,28 @@ void prepare1D(const IMB_Lookup &lut, IMB_DataFormat format, float gamma, float 
         trackOf[c] = t;
         for (int k = 0; k < c; ++k)
             if (trackOf[k] == t)
-            {
-                p.table[c] = p.table[k];
-                break;
-            }
-        if (!p.table[c])
+                p.slot[c] = p.slot[k];
+        if (p.slot[c] < 0)
         {
-            out.tables[c].assign(track->getData(), track->getData() + n);
-            p.table[c] = out.tables[c].data();
+            p.slot[c] = copies * (n + 1);
+            source[c] = track->getData();
+            ++copies;
         }
     }
+    float *padded = out.storage(static_cast<std::size_t>(copies) * static_cast<std::size_t>(n + 1));
+    for (int c = 0; c < 4; ++c)
+    {
+        if (p.slot[c] < 0)
+            continue;
+        float *t = padded + p.slot[c];
+        if (source[c])
+        {
+            std::copy(source[c], source[c] + n, t);
+            t[n] = t[n - 1];
+        }
+        p.table[c] = t;
+    }
+    p.padded = padded;
     out.anyTable = p.table[0] || p.table[1] || p.table[2] || p.table[3];
     float dmin, dmax;
     lut.getDomain(dmin, dmax);
@@ -200,20 +256,6 @@ void prepare1D(const IMB_Lookup &lut, IMB_DataFormat format, float gamma, float 
         p.scale = positionScale(dmin, dmax, n - 1);
         p.scaleD = positionScale(p.dminD, p.dmaxD, n - 1);
     }
-    for (int c = 0; c < 4; ++c)
-    {
-        if (!p.table[c])
-            continue;
-        for (int k = 0; k < c; ++k)
-            if (p.table[k] == p.table[c])
-                p.slot[c] = p.slot[k];
-        if (p.slot[c] >= 0)
-            continue;
-        p.slot[c] = static_cast<int>(out.padded.size());
-        out.padded.insert(out.padded.end(), p.table[c], p.table[c] + n);
-        out.padded.push_back(p.table[c][n - 1]);
-    }
-    p.padded = out.padded.data();
     setCommon(p, format, gamma, black, white);
     p.invGammaD = 1.0 / static_cast<double>(gamma > 1e-6f ? gamma : 1e-6f);
 }

@@ -610,4 +610,26 @@ TEST(LookupApply, ConcurrentApplicationsOfOneTableMatchSequentialOnes)
     for (int t = 0; t < kThreads; ++t)
         EXPECT_EQ(std::memcmp(work[t].getPixels(), expected[t].getPixels(), work[t].getSize()), 0) << t;
 }
+
+// Applications started from the pool's own jobs: a job waiting for its
+// table's workers may be lent another job, which applies another table on
+// the same thread in the middle of the first.
+TEST(LookupApply, ApplicationsNestedInPoolJobsKeepTheirOwnTables)
+{
+    const int kJobs = 12;
+    std::vector<IMB_Lookup> tables;
+    std::vector<IMB_Raster> expected, work;
+    for (int t = 0; t < kJobs; ++t)
+    {
+        tables.emplace_back(IMB_Lookup::BuildGamma, 1.0 + 0.1 * t, IMB_Lookup::FORWARD, 256 + 32 * t);
+        IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 401, 251, 1, 1);
+        fillRaster<IMB_FLOAT32>(r, 90 + t);
+        work.push_back(r);
+        expected.push_back(r);
+        tables[t].applyLUT(expected[t]);
+    }
+    BAS_ThreadedAlgorithm(kJobs).run([&](int j, int) { tables[j].applyLUT(work[j]); });
+    for (int t = 0; t < kJobs; ++t)
+        EXPECT_EQ(std::memcmp(work[t].getPixels(), expected[t].getPixels(), work[t].getSize()), 0) << t;
+}
 } // namespace
