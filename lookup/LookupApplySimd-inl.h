@@ -28,23 +28,17 @@ namespace hn = hwy::HWY_NAMESPACE;
 // Largest lanes x step period the stream walker supports (16 lanes x 3).
 constexpr size_t kMaxPeriod = 64;
 
-// Fetches table[o] into a and table[o + 1] into b for every lane, with one
-// 8-byte load per pair of neighbours. With SKIP37 (AVX2 only: eight lanes of
-// four-component pixels whose fourth component is kept) lanes 3 and 7 load
-// nothing; what they hold is not to be used.
-template <bool SKIP37, class DF, class VI, class VF>
-HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+// Eight table pairs into two registers: t[k] of every lane into a, t[k + 1]
+// into b. Each pair goes straight into a register half (a trip through
+// memory would end in a wide reload of narrow stores, which cannot be
+// forwarded): pairs 0, 1, 4, 5 make x and 2, 3, 6, 7 make y, so one in-lane
+// shuffle of the two gives every first value in order, another every
+// second. The indices leave the vector two at a time. With SKIP37 (lanes 3
+// and 7 are alpha that stays) those lanes load nothing and hold garbage.
+template <bool SKIP37> HWY_INLINE void gatherPairs8(const float *table, __m256i k, __m256 &a, __m256 &b)
 {
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-    a = hn::GatherIndex(df, table, o);
-    b = hn::GatherIndex(df, table + 1, o);
-#elif HWY_TARGET == HWY_AVX2
-    // Each pair goes straight into a register half (no trip through memory,
-    // whose 8-byte stores a wide reload could not forward): pairs 0, 1, 4, 5
-    // make x and 2, 3, 6, 7 make y, so one in-lane shuffle of the two gives
-    // every first value in order, another every second. The indices leave
-    // the vector two at a time.
-    const __m128i lo = _mm256_castsi256_si128(o.raw), hi = _mm256_extracti128_si256(o.raw, 1);
+    const __m128i lo = _mm256_castsi256_si128(k), hi = _mm256_extracti128_si256(k, 1);
     const uint64_t q0 = uint64_t(_mm_cvtsi128_si64(lo)), q1 = uint64_t(_mm_extract_epi64(lo, 1));
     const uint64_t q2 = uint64_t(_mm_cvtsi128_si64(hi)), q3 = uint64_t(_mm_extract_epi64(hi, 1));
     auto one = [table](uint64_t q) { return _mm_load_sd(reinterpret_cast<const double *>(table + uint32_t(q))); };
@@ -54,8 +48,21 @@ HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
     const __m128 y0 = SKIP37 ? _mm_castpd_ps(one(q1)) : two(q1), y1 = SKIP37 ? _mm_castpd_ps(one(q3)) : two(q3);
     const __m256 x = _mm256_insertf128_ps(_mm256_castps128_ps256(two(q0)), two(q2), 1);
     const __m256 y = _mm256_insertf128_ps(_mm256_castps128_ps256(y0), y1, 1);
-    a = VF{_mm256_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0))};
-    b = VF{_mm256_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1))};
+    a = _mm256_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0));
+    b = _mm256_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1));
+}
+#endif
+
+// Fetches table[o] into a and table[o + 1] into b for every lane, with one
+// 8-byte load per pair of neighbours.
+template <class DF, class VI, class VF>
+HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
+{
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+    a = hn::GatherIndex(df, table, o);
+    b = hn::GatherIndex(df, table + 1, o);
+#elif HWY_TARGET == HWY_AVX2
+    gatherPairs8<false>(table, o.raw, a.raw, b.raw);
 #else
     // Plain 8-byte loads of each neighbour pair beat hardware gathers on
     // common x86 cores; the pairs are then split into a and b.
@@ -76,7 +83,7 @@ HWY_INLINE void gatherPairs(DF df, const float *table, VI o, VF &a, VF &b)
 // Maps `count` consecutive floats in place. Component k belongs to slot
 // k % step; slotOffset[s] is the offset of the slot's padded table in
 // p.padded, or -1 to leave the slot's components alone.
-template <bool LOG, bool SKIP37>
+template <bool LOG>
 void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, const int slotOffset[4])
 {
     const hn::ScalableTag<float> df;
@@ -119,7 +126,7 @@ void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, con
         const auto f = hn::Sub(pos, hn::ConvertTo(df, i));
         const auto o = hn::Add(i, hn::Load(di, offsets + phase));
         auto a = hn::Zero(df), b = hn::Zero(df);
-        gatherPairs<SKIP37>(df, table, o, a, b);
+        gatherPairs(df, table, o, a, b);
         const auto y = hn::Add(a, hn::Mul(hn::Sub(b, a), f));
         const auto keepMask = hn::RebindMask(df, hn::Lt(hn::Load(di, keep + phase), hn::Zero(di)));
         return hn::IfThenElse(keepMask, in, y);
@@ -146,6 +153,41 @@ void streamFloat1D(const Lut1DParams &p, float *data, int64 count, int step, con
     }
 }
 
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+// The linear rule of streamFloat1D in eight-lane vectors (also on AVX-512
+// processors, where the pairs are fetched the same way), for one to eight
+// components per pixel with the step dividing 8: the table offsets and kept
+// lanes are the same for every vector and stay in registers. maxps(x, lo)
+// gives lo for a NaN x, as the rule wants, and positions are clamped before
+// the conversion, which needs no overflow fix-up.
+template <bool SKIP37> void streamFloat1DEight(const Lut1DParams &p, float *data, int64 count, const int slot[8])
+{
+    const __m256i offsets = _mm256_setr_epi32(std::max(slot[0], 0), std::max(slot[1], 0), std::max(slot[2], 0),
+                                              std::max(slot[3], 0), std::max(slot[4], 0), std::max(slot[5], 0),
+                                              std::max(slot[6], 0), std::max(slot[7], 0));
+    const __m256 keep = _mm256_castsi256_ps(_mm256_setr_epi32(-(slot[0] < 0), -(slot[1] < 0), -(slot[2] < 0),
+                                                              -(slot[3] < 0), -(slot[4] < 0), -(slot[5] < 0),
+                                                              -(slot[6] < 0), -(slot[7] < 0)));
+    const __m256 lo = _mm256_set1_ps(p.dmin), hi = _mm256_set1_ps(p.dmax), scale = _mm256_set1_ps(p.scale);
+    const __m256 zero = _mm256_setzero_ps(), last = _mm256_set1_ps(static_cast<float>(p.last));
+    int64 i = 0;
+    for (; i + 8 <= count; i += 8)
+    {
+        const __m256 in = _mm256_loadu_ps(data + i);
+        const __m256 x = _mm256_min_ps(_mm256_max_ps(in, lo), hi);
+        const __m256 pos = _mm256_min_ps(_mm256_max_ps(_mm256_mul_ps(_mm256_sub_ps(x, lo), scale), zero), last);
+        const __m256i k = _mm256_cvttps_epi32(pos);
+        const __m256 f = _mm256_sub_ps(pos, _mm256_cvtepi32_ps(k));
+        __m256 a, b;
+        gatherPairs8<SKIP37>(p.padded, _mm256_add_epi32(k, offsets), a, b);
+        const __m256 y = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), f));
+        _mm256_storeu_ps(data + i, _mm256_blendv_ps(y, in, keep));
+    }
+    if (i < count)
+        streamFloat1D<false>(p, data + i, count - i, 8, slot);
+}
+#endif
+
 // Components per block: a multiple of every period, so each block starts
 // at phase 0 and the gamma pass can find a component's slot by k % step.
 constexpr int64 kStreamBlock = 3072;
@@ -153,18 +195,27 @@ constexpr int64 kStreamBlock = 3072;
 void ApplyFloat1D(const Lut1DParams &p, const LutSpan &span)
 {
     auto stream = [&](float *data, int64 count, int step, const int slots[4]) {
-        // Eight-lane vectors of RGBA pixels whose alpha is kept need no
-        // table reads for the alpha lanes.
-        const bool skip37 = HWY_TARGET == HWY_AVX2 && step == 4 && slots[3] < 0;
         for (int64 b = 0; b < count; b += kStreamBlock)
         {
             const int64 m = std::min(kStreamBlock, count - b);
             if (p.log)
-                streamFloat1D<true, false>(p, data + b, m, step, slots);
-            else if (skip37)
-                streamFloat1D<false, true>(p, data + b, m, step, slots);
+                streamFloat1D<true>(p, data + b, m, step, slots);
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+            else if (8 % step == 0)
+            {
+                int eight[8];
+                for (int k = 0; k < 8; ++k)
+                    eight[k] = slots[k % step];
+                // RGBA pixels whose alpha is kept need no table reads for
+                // the alpha lanes.
+                if (step == 4 && slots[3] < 0)
+                    streamFloat1DEight<true>(p, data + b, m, eight);
+                else
+                    streamFloat1DEight<false>(p, data + b, m, eight);
+            }
+#endif
             else
-                streamFloat1D<false, false>(p, data + b, m, step, slots);
+                streamFloat1D<false>(p, data + b, m, step, slots);
             if (p.gammaOne)
                 continue;
             for (int64 k = 0; k < m; ++k)
