@@ -278,7 +278,7 @@ void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
 #if HWY_TARGET != HWY_SCALAR
     const hn::Full128<float> d4;
 #endif
-    constexpr int64 kBlock = 64;
+    constexpr int64 kBlock = 32;
     const float top = static_cast<float>(p.n - 1);
     const std::ptrdiff_t e = p.n + 1;
     const std::ptrdiff_t dr = 3, dg = 3 * e, db = 3 * e * e;
@@ -359,6 +359,125 @@ void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
     }
 }
 
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+// walkFloat3D<Linear, true> for interleaved RGBA floats, in eight-lane
+// vectors: the corner cells of eight pixels at a time come from one
+// transpose and vector arithmetic (the same operations as the scalar rule),
+// their cache lines are asked for a block ahead, and two pixels share each
+// interpolation step, one per 128-bit half. An axis whose fraction is
+// within kCubeSkip takes the lower sample as is (fractions are never
+// negative here), selected per half. Alpha is written back as it was.
+void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
+{
+    constexpr int64 kBlock = 32; // a multiple of 8
+    const float top = static_cast<float>(p.n - 1);
+    const int32 e = p.n + 1;
+    const std::ptrdiff_t dr = 3, dg = 3 * std::ptrdiff_t(e), db = 3 * std::ptrdiff_t(e) * e;
+    const float *cube = p.cube;
+    HWY_ALIGN int32 cell[kBlock];
+    HWY_ALIGN float frac[3][kBlock];
+    const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f), vtop = _mm256_set1_ps(top);
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    const __m256i ve = _mm256_set1_epi32(e), ve2 = _mm256_set1_epi32(e * e);
+    const __m256 skip = _mm256_set1_ps(kCubeSkip);
+    const __m256 alphaLanes = _mm256_castsi256_ps(_mm256_setr_epi32(0, 0, 0, -1, 0, 0, 0, -1));
+
+    // Corner cells and fractions of the eight pixels from `px`; -1 marks a
+    // pixel with a NaN component.
+    auto locate8 = [&](const float *px, int at) {
+        const __m256 q0 = _mm256_loadu_ps(px), q1 = _mm256_loadu_ps(px + 8), q2 = _mm256_loadu_ps(px + 16),
+                     q3 = _mm256_loadu_ps(px + 24);
+        const __m256 t0 = _mm256_unpacklo_ps(q0, q1), t1 = _mm256_unpackhi_ps(q0, q1);
+        const __m256 t2 = _mm256_unpacklo_ps(q2, q3), t3 = _mm256_unpackhi_ps(q2, q3);
+        // Lanes come out in pixel order 0, 2, 4, 6, 1, 3, 5, 7; `order` undoes that.
+        const __m256 cr = _mm256_permutevar8x32_ps(_mm256_shuffle_ps(t0, t2, 0x44), order);
+        const __m256 cg = _mm256_permutevar8x32_ps(_mm256_shuffle_ps(t0, t2, 0xEE), order);
+        const __m256 cb = _mm256_permutevar8x32_ps(_mm256_shuffle_ps(t1, t3, 0x44), order);
+        const __m256 nan = _mm256_or_ps(_mm256_or_ps(_mm256_cmp_ps(cr, cr, _CMP_UNORD_Q), _mm256_cmp_ps(cg, cg, _CMP_UNORD_Q)),
+                                        _mm256_cmp_ps(cb, cb, _CMP_UNORD_Q));
+        __m256i k[3];
+        const __m256 c[3] = {cr, cg, cb};
+        for (int a = 0; a < 3; ++a)
+        {
+            // clampLow(top * clampLow(c, 0, 1), 0, top); maxps(c, 0) gives 0 for NaN.
+            const __m256 x = _mm256_min_ps(_mm256_max_ps(c[a], zero), one);
+            const __m256 pos = _mm256_min_ps(_mm256_max_ps(_mm256_mul_ps(vtop, x), zero), vtop);
+            k[a] = _mm256_cvttps_epi32(pos);
+            _mm256_store_ps(frac[a] + at, _mm256_sub_ps(pos, _mm256_cvtepi32_ps(k[a])));
+        }
+        __m256i idx = _mm256_add_epi32(_mm256_add_epi32(k[0], _mm256_mullo_epi32(k[1], ve)), _mm256_mullo_epi32(k[2], ve2));
+        idx = _mm256_add_epi32(idx, _mm256_add_epi32(idx, idx));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(cell + at), _mm256_or_si256(idx, _mm256_castps_si256(nan)));
+        for (int j = at; j < at + 8; ++j)
+        {
+            const float *cc = cube + cell[j];
+            if (cell[j] >= 0)
+                for (const float *row : {cc, cc + dg, cc + db, cc + dg + db})
+                {
+                    __builtin_prefetch(row);
+                    __builtin_prefetch(row + dr + 3);
+                }
+        }
+    };
+    auto both = [](const float *a, const float *b) {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(a)), _mm_loadu_ps(b), 1);
+    };
+    auto fracs = [&](int a, int j) {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_broadcast_ss(&frac[a][j])), _mm_broadcast_ss(&frac[a][j + 1]), 1);
+    };
+    // a + (b - a) * f, or a where the half's fraction is within kCubeSkip.
+    auto lerp = [&](__m256 a, __m256 b, __m256 f, __m256 keep) {
+        return _mm256_blendv_ps(_mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), f)), a, keep);
+    };
+
+    const int64 whole = count & ~int64(kBlock - 1);
+    for (int64 first = 0; first < whole; first += kBlock)
+    {
+        float *block = data + 4 * first;
+        for (int at = 0; at < kBlock; at += 8)
+            locate8(block + 4 * at, at);
+        for (int j = 0; j < kBlock; j += 2)
+        {
+            float *px = block + 4 * j;
+            if ((cell[j] | cell[j + 1]) < 0)
+            {
+                // A pixel with a NaN: the pair goes through the scalar rule.
+                LutSpan pair;
+                pair.comp[0] = px;
+                pair.comp[1] = px + 1;
+                pair.comp[2] = px + 2;
+                pair.step = 4;
+                pair.count = 2;
+                walkFloat3D<CubeInput::Linear, true>(p, pair);
+                continue;
+            }
+            const float *a = cube + cell[j], *b = cube + cell[j + 1];
+            const __m256 fr = fracs(0, j), fg = fracs(1, j), fb = fracs(2, j);
+            const __m256 sr = _mm256_cmp_ps(fr, skip, _CMP_LE_OQ), sg = _mm256_cmp_ps(fg, skip, _CMP_LE_OQ),
+                         sb = _mm256_cmp_ps(fb, skip, _CMP_LE_OQ);
+            __m256 v00 = lerp(both(a, b), both(a + dr, b + dr), fr, sr);
+            __m256 v10 = lerp(both(a + dg, b + dg), both(a + dr + dg, b + dr + dg), fr, sr);
+            __m256 v01 = lerp(both(a + db, b + db), both(a + dr + db, b + dr + db), fr, sr);
+            __m256 v11 = lerp(both(a + dg + db, b + dg + db), both(a + dr + dg + db, b + dr + dg + db), fr, sr);
+            v00 = lerp(v00, v10, fg, sg);
+            v01 = lerp(v01, v11, fg, sg);
+            v00 = lerp(v00, v01, fb, sb);
+            _mm256_storeu_ps(px, _mm256_blendv_ps(v00, _mm256_loadu_ps(px), alphaLanes));
+        }
+    }
+    if (whole < count)
+    {
+        LutSpan rest;
+        rest.comp[0] = data + 4 * whole;
+        rest.comp[1] = data + 4 * whole + 1;
+        rest.comp[2] = data + 4 * whole + 2;
+        rest.step = 4;
+        rest.count = count - whole;
+        walkFloat3D<CubeInput::Linear, true>(p, rest);
+    }
+}
+#endif
+
 void ApplyFloat3D(const Lut3DParams &p, const LutSpan &span)
 {
     switch (p.input)
@@ -369,6 +488,14 @@ void ApplyFloat3D(const Lut3DParams &p, const LutSpan &span)
         return p.gammaOne ? walkFloat3D<CubeInput::PreLut, true>(p, span)
                           : walkFloat3D<CubeInput::PreLut, false>(p, span);
     default:
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+    {
+        float *base = static_cast<float *>(span.comp[0]);
+        if (p.gammaOne && span.step == 4 && base && span.comp[1] == base + 1 && span.comp[2] == base + 2 &&
+            span.comp[3] == base + 3)
+            return walkFloat3DRGBA(p, base, span.count);
+    }
+#endif
         return p.gammaOne ? walkFloat3D<CubeInput::Linear, true>(p, span)
                           : walkFloat3D<CubeInput::Linear, false>(p, span);
     }

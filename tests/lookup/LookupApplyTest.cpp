@@ -480,6 +480,42 @@ TYPED_TEST(LookupApplyFormat, RastersAboveOneHundredThousandPixelsSplitWithIdent
 
 // --------------------------------------------------------------- single cases
 
+// Float cubes on RGBA give exactly what eval3DLUT gives for each pixel,
+// whichever way the pixels are grouped, including fractions within 1e-5 of a
+// sample (taken as is), grid points, values outside [0, 1] and NaN pixels.
+TEST(LookupApply, FloatCubeApplicationIsEvaluationBitForBit)
+{
+    const RefCube c = randomCube(9, 23, -0.2f, 1.2f, true);
+    IMB_Lookup lut;
+    lut.set3DLUT(c.n, c.v.data());
+    IMB_Raster r(PACK_RGBA, IMB_FLOAT32, 83, 5, 1, 1);
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> any(-0.1f, 1.1f);
+    std::uniform_int_distribution<int> grid(0, c.n - 1), kind(0, 5);
+    float *px = static_cast<float *>(r.getPixels());
+    for (int64 i = 0; i < 4 * r.getNumPixels(); ++i)
+    {
+        const float g = float(grid(rng)) / float(c.n - 1);
+        switch (kind(rng))
+        {
+        case 0: px[i] = g; break;
+        case 1: px[i] = g + 3e-7f; break; // a fraction within 1e-5 of the sample
+        case 2: px[i] = i % 97 == 0 ? std::numeric_limits<float>::quiet_NaN() : g; break;
+        default: px[i] = any(rng); break;
+        }
+    }
+    const IMB_Raster before(r);
+    lut.applyLUT(r);
+    const float *in = static_cast<const float *>(before.getPixels());
+    for (int64 i = 0; i < r.getNumPixels(); ++i)
+    {
+        float want[4] = {in[4 * i], in[4 * i + 1], in[4 * i + 2], in[4 * i + 3]};
+        if (!std::isnan(want[0]) && !std::isnan(want[1]) && !std::isnan(want[2]))
+            lut.eval3DLUT(want);
+        ASSERT_EQ(std::memcmp(px + 4 * i, want, sizeof want), 0) << "pixel " << i;
+    }
+}
+
 TEST(LookupApply, ChannelThreeWithACubeOnlyCopiesAlpha)
 {
     const RefCube cube = randomCube(4, 2, -0.1f, 1.1f, true);
