@@ -102,9 +102,9 @@ void loadConfig(ColourState &st)
         }
         catch (const std::exception &e)
         {
-            const std::string text = format("OCIO config load error: {}", e.what());
-            brevanError("%s", text.c_str());
-            printStderr(text + "\n");
+            // Also written past the error log: hosts that install their own
+            // sink still find this line on the standard error stream.
+            printStderr(reportOCIOException(OCIOFailure::Operation, "config load error", e) + "\n");
             loaded.reset();
         }
     }
@@ -118,7 +118,7 @@ void loadConfig(ColourState &st)
         }
         catch (const std::exception &e)
         {
-            brevanError("%s", format("OCIO viewing rules load error: {}", e.what()).c_str());
+            reportOCIOException(OCIOFailure::Operation, "viewing rules load error", e);
             // The misspelling of this line is deliberate: log scrapers match it.
             printStderr(format("OCIO viewining rules load error: {}\n", e.what()));
             st.myViewingRules.clear();
@@ -137,6 +137,16 @@ struct StateHolder
     StateHolder() { loadConfig(state); }
 };
 } // namespace
+
+std::string reportOCIOException(OCIOFailure kind, const std::string &context, const std::exception &e)
+{
+    std::string text = format("OCIO {}: {}", context, e.what());
+    if (kind == OCIOFailure::Operation)
+        brevanError("%s", text.c_str());
+    else
+        brevanPrintf(1, "%s", text.c_str());
+    return text;
+}
 
 ColourState &colourState()
 {

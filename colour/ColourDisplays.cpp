@@ -3,6 +3,8 @@
 
 #include <IMB/platform/hostGetenv.h>
 
+#include "platform/Log.h"
+
 #include <cstring>
 #include <exception>
 #include <string>
@@ -52,6 +54,8 @@ const BAS_Options &emptyOptions()
 namespace IMB_OCIO
 {
 using imb_detail::colourState;
+using imb_detail::OCIOFailure;
+using imb_detail::reportOCIOException;
 
 void getActiveDisplays(BAS_StringArray &out)
 {
@@ -71,8 +75,9 @@ void getActiveDisplays(BAS_StringArray &out)
             if (const char *name = config->getDisplay(i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error listing the active displays", e);
     }
 }
 
@@ -97,8 +102,9 @@ void getActiveViews(BAS_StringArray &out)
             if (const char *name = config->getView(display, i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error listing the active views", e);
     }
 }
 
@@ -122,8 +128,9 @@ const char *getDefaultDisplay()
         }
         return config->getDefaultDisplay();
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error finding the default display", e);
         return nullptr;
     }
 }
@@ -146,8 +153,9 @@ const char *getDefaultView(const char *display)
                 if (vt && *vt)
                     return vt;
             }
-            catch (const std::exception &)
+            catch (const std::exception &e)
             {
+                reportOCIOException(OCIOFailure::Query, "query error reading the default view transform", e);
             }
             if (!display)
                 display = defaultDisplay;
@@ -166,8 +174,9 @@ const char *getDefaultView(const char *display)
         }
         return config->getDefaultView(display);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error finding the default view", e);
         return nullptr;
     }
 }
@@ -186,8 +195,12 @@ bool getViewsForDisplay(const char *display, BAS_StringArray &out)
             if (const char *name = config->getView(display, i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error listing the views of display \"{}\"",
+                                               display),
+                            e);
     }
     return true;
 }
@@ -204,8 +217,12 @@ const char *getColorSpaceForDisplayView(const char *display, const char *view)
             return display;
         return name;
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error reading the colour space of display \"{}\" view \"{}\"",
+                                               display, view),
+                            e);
         return nullptr;
     }
 }
@@ -219,8 +236,12 @@ const char *getLooksForDisplayView(const char *display, const char *view)
     {
         return config->getDisplayViewLooks(display, view);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error reading the looks of display \"{}\" view \"{}\"",
+                                               display, view),
+                            e);
         return nullptr;
     }
 }
@@ -234,8 +255,12 @@ const char *getTransformNameForDisplayView(const char *display, const char *view
     {
         return config->getDisplayViewTransformName(display, view);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error reading the view transform of display \"{}\" view \"{}\"",
+                                               display, view),
+                            e);
         return nullptr;
     }
 }
@@ -252,8 +277,9 @@ void getLooks(BAS_StringArray &out)
             if (const char *name = config->getLookNameByIndex(i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error listing the looks", e);
     }
 }
 

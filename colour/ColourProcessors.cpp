@@ -123,18 +123,49 @@ void buildViewProcessor(IMB_OCIO::ProcessorRecord &rec, const BAS_StringHolder &
     finishRecord(rec, config->getProcessor(dvt, forward ? OCIO::TRANSFORM_DIR_FORWARD : OCIO::TRANSFORM_DIR_INVERSE));
 }
 
+// What a processor request asks for, in the words of its failure message.
+std::string describeRequest(std::string_view src, std::string_view target, std::string_view looks, bool forward)
+{
+    std::string text = format("processor error from \"{}\" to {}", src, target);
+    if (!looks.empty())
+        text += format(" with look \"{}\"", looks);
+    return forward ? text : text + " (inverse)";
+}
+
+std::string quoted(std::string_view name)
+{
+    return format("\"{}\"", name);
+}
+
+// Hands the reason a cached record failed to the calling thread's capture.
+void repeatFailure(const IMB_OCIO::ProcessorRecord &rec)
+{
+    if (!rec.valid && !rec.error.empty())
+        BAS_ErrorCapture::collect(rec.error.data(), rec.error.size());
+}
+
 // Finds the record of `key`, building it with `build` when it is new. One
-// builder per key; others wait on the entry's accessor.
-template <typename Build> IMB_OCIO::PHandle findOrBuild(const BAS_StringHolder &key, Build &&build)
+// builder per key; others wait on the entry's accessor. A build that
+// OpenColorIO refuses is reported once, as a failed operation described by
+// `describe()`; handing the failed record out again repeats the reason to the
+// calling thread's BAS_ErrorCapture only, so a host that asks why learns it
+// and the standard error stream is not flooded.
+template <typename Build, typename Describe>
+IMB_OCIO::PHandle findOrBuild(const BAS_StringHolder &key, Build &&build, Describe &&describe)
 {
     ColourState &st = colourState();
     {
         ProcessorCache::const_accessor found;
         if (st.myProcessorCache.find(found, key))
+        {
+            repeatFailure(*found->second);
             return IMB_OCIO::PHandle(found->second.get(), st.myLoadSerial.load(std::memory_order_relaxed));
+        }
     }
     ProcessorCache::accessor entry;
-    if (st.myProcessorCache.insert(entry, key))
+    if (!st.myProcessorCache.insert(entry, key))
+        repeatFailure(*entry->second); // another thread built it meanwhile
+    else
     {
         try
         {
@@ -155,10 +186,11 @@ template <typename Build> IMB_OCIO::PHandle findOrBuild(const BAS_StringHolder &
             rec = IMB_OCIO::ProcessorRecord();
             throw;
         }
-        catch (const std::exception &)
+        catch (const std::exception &e)
         {
             // An invalid record: OpenColorIO could not build the processor.
             rec = IMB_OCIO::ProcessorRecord();
+            rec.error = reportOCIOException(OCIOFailure::Operation, describe(), e);
         }
     }
     return IMB_OCIO::PHandle(entry->second.get(), st.myLoadSerial.load(std::memory_order_relaxed));
@@ -188,8 +220,9 @@ bool PHandle::is3D() const
     {
         return myRecord->processor->hasChannelCrosstalk();
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        imb_detail::reportOCIOException(imb_detail::OCIOFailure::Query, "processor query error", e);
         return false;
     }
 }
@@ -202,8 +235,9 @@ bool PHandle::isNoOp() const
     {
         return myRecord->processor->isNoOp();
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        imb_detail::reportOCIOException(imb_detail::OCIOFailure::Query, "processor query error", e);
         return true;
     }
 }
@@ -215,9 +249,11 @@ PHandle lookupProcessor(const BAS_StringHolder &src, const BAS_StringHolder &dst
     buf << "src:" << src.view() << " dst:" << dst.view() << " lks:" << looks.view() << " fwd:"
         << imb_detail::dirChar(forward);
     const BAS_StringHolder key = buf.holder();
-    return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
-        imb_detail::buildSpaceProcessor(rec, src, dst, looks, forward);
-    });
+    return imb_detail::findOrBuild(
+        key, [&](ProcessorRecord &rec) { imb_detail::buildSpaceProcessor(rec, src, dst, looks, forward); },
+        [&] {
+            return imb_detail::describeRequest(src.view(), imb_detail::quoted(dst.view()), looks.view(), forward);
+        });
 }
 
 PHandle lookupProcessor(const ColorSpace *src, const ColorSpace *dst, const BAS_StringHolder &looks, bool forward)
@@ -234,9 +270,16 @@ PHandle lookupViewProcessor(const BAS_StringHolder &src, const BAS_StringHolder 
     buf << "View: src:" << src.view() << " dsp:" << display.view() << " vw:" << view.view() << " fwd:"
         << imb_detail::dirChar(forward);
     const BAS_StringHolder key = buf.holder();
-    return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
-        imb_detail::buildViewProcessor(rec, src, display.c_str(), view.c_str(), forward);
-    });
+    return imb_detail::findOrBuild(
+        key,
+        [&](ProcessorRecord &rec) {
+            imb_detail::buildViewProcessor(rec, src, display.c_str(), view.c_str(), forward);
+        },
+        [&] {
+            return imb_detail::describeRequest(
+                src.view(), imb_detail::format("display \"{}\" view \"{}\"", display.view(), view.view()), "",
+                forward);
+        });
 }
 
 PHandle lookupViewProcessor(const BAS_StringHolder &src, bool forward)
@@ -244,13 +287,16 @@ PHandle lookupViewProcessor(const BAS_StringHolder &src, bool forward)
     imb_detail::KeyBuffer buf;
     buf << "View: src:" << src.view() << ' ' << imb_detail::dirChar(forward);
     const BAS_StringHolder key = buf.holder();
-    return imb_detail::findOrBuild(key, [&](ProcessorRecord &rec) {
-        OCIO::ConstConfigRcPtr config = colourState().config();
-        const char *display = getDefaultDisplay();
-        if (!config || !display)
-            return;
-        imb_detail::buildViewProcessor(rec, src, display, config->getDefaultView(display), forward);
-    });
+    return imb_detail::findOrBuild(
+        key,
+        [&](ProcessorRecord &rec) {
+            OCIO::ConstConfigRcPtr config = colourState().config();
+            const char *display = getDefaultDisplay();
+            if (!config || !display)
+                return;
+            imb_detail::buildViewProcessor(rec, src, display, config->getDefaultView(display), forward);
+        },
+        [&] { return imb_detail::describeRequest(src.view(), "the default display and view", "", forward); });
 }
 
 bool transform(const PHandle &h, float *pixels, int count, int channels)
@@ -301,8 +347,9 @@ bool transform(const PHandle &h, float *pixels, int count, int channels)
         }
         return true;
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        imb_detail::reportOCIOException(imb_detail::OCIOFailure::Operation, "transform error", e);
         return false;
     }
 }

@@ -4,6 +4,8 @@
 
 #include <IMB/platform/BAS_EnvControl.h>
 
+#include "platform/Log.h"
+
 #include <strings.h>
 
 #include <cstring>
@@ -26,8 +28,9 @@ ConstSpace findSpace(const OCIO::ConstConfigRcPtr &config, const char *name)
     {
         return config->getColorSpace(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, format("query error looking up colour space \"{}\"", name), e);
         return nullptr;
     }
 }
@@ -135,8 +138,9 @@ void findWellKnownSpaces(ColourState &st, const OCIO::ConstConfigRcPtr &config)
         {
             fileDefault = BAS_StringHolder(config->getColorSpaceFromFilepath("a.exr"));
         }
-        catch (const std::exception &)
+        catch (const std::exception &e)
         {
+            reportOCIOException(OCIOFailure::Query, "query error applying the file rules to \"a.exr\"", e);
         }
     }
     st.myFileDefault = fileDefault.isEmpty() ? st.myLinearRec709 : fileDefault;
@@ -156,8 +160,9 @@ void buildFileRuleMap(ColourState &st, const OCIO::ConstConfigRcPtr &config)
                     map.emplace(BAS_StringHolder(text), space);
         }
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error reading the file rules", e);
     }
     st.myFileRuleMap = std::move(map);
 }
@@ -167,6 +172,8 @@ namespace IMB_OCIO
 {
 using imb_detail::colourState;
 using imb_detail::ColourState;
+using imb_detail::OCIOFailure;
+using imb_detail::reportOCIOException;
 using imb_detail::ocioSpace;
 
 ColorSpace::ColorSpace(std::shared_ptr<const void> space, BAS_Options info)
@@ -204,8 +211,12 @@ const ColorSpace *lookupSpace(const BAS_StringHolder &name)
             st.mySpaceCache.erase(entry);
             throw;
         }
-        catch (const std::exception &)
+        catch (const std::exception &e)
         {
+            reportOCIOException(OCIOFailure::Query,
+                                imb_detail::format("query error reading colour space \"{}\"",
+                                                   name.c_str()),
+                                e);
             entry->second = imb_detail::makeHandle(nullptr);
         }
     }
@@ -246,8 +257,12 @@ bool getAllocationVars(const ColorSpace *cs, bool &uniform, double &min, double 
         offset = vars[2];
         return true;
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error reading the allocation of colour space \"{}\"",
+                                               s->getName()),
+                            e);
         return false;
     }
 }
@@ -306,8 +321,9 @@ void getRoles(BAS_StringArray &out)
             if (const char *name = config->getRoleName(i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error listing the roles", e);
     }
 }
 
@@ -322,8 +338,9 @@ void getColorSpaces(BAS_StringArray &out)
             if (const char *name = config->getColorSpaceNameByIndex(i))
                 out.append(name);
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query, "query error listing the colour spaces", e);
     }
 }
 
@@ -373,8 +390,12 @@ const char *parseColorSpaceFromString(const char *text)
         default: return config->getColorSpaceFromFilepath(text);
         }
     }
-    catch (const std::exception &)
+    catch (const std::exception &e)
     {
+        reportOCIOException(OCIOFailure::Query,
+                            imb_detail::format("query error finding the colour space of \"{}\"",
+                                               text),
+                            e);
         return nullptr;
     }
 }

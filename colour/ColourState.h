@@ -9,8 +9,10 @@
 #include <tbb/concurrent_hash_map.h>
 
 #include <atomic>
+#include <exception>
 #include <map>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -25,6 +27,8 @@ struct ProcessorRecord
     OCIO::ConstProcessorRcPtr processor;
     OCIO::ConstCPUProcessorRcPtr cpuProcessor;
     bool valid = false;
+    // Why OpenColorIO could not build it (the reported message), else empty.
+    std::string error;
 };
 } // namespace IMB_OCIO
 
@@ -84,6 +88,18 @@ ColourState &colourState();
 // without configuration) and the file-rule name map.
 void findWellKnownSpaces(ColourState &st, const OCIO::ConstConfigRcPtr &config);
 void buildFileRuleMap(ColourState &st, const OCIO::ConstConfigRcPtr &config);
+
+// How a caught OpenColorIO exception is reported (the rule is in IMB_OCIO.h).
+enum class OCIOFailure
+{
+    Operation, // loading the configuration, building a processor, transforming pixels
+    Query,     // a lookup that answers empty on error and is used to probe
+};
+
+// Reports OpenColorIO's text `e.what()`, caught while doing `context`, as
+// "OCIO <context>: <text>": an Operation through brevanError, a Query as a
+// level-1 message of the library's log. Returns the reported text.
+std::string reportOCIOException(OCIOFailure kind, const std::string &context, const std::exception &e);
 
 // Environment control numbers used by the colour files.
 constexpr int kControlSRGBSpace = 43;

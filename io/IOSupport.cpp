@@ -14,6 +14,13 @@ bool fail(const std::string &what)
     return false;
 }
 
+std::string reasonOf(std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    return text.empty() ? std::string("OpenImageIO gave no reason") : text;
+}
+
 namespace
 {
 std::atomic<unsigned> theTempCounter{0};

@@ -12,6 +12,11 @@ namespace imb_io
 // callers can write `return fail(...)`.
 bool fail(const std::string &what);
 
+// OpenImageIO's error text as a message's reason: trailing line breaks
+// removed, and a stand-in when the library gave none, so that no message
+// ends in a bare colon.
+std::string reasonOf(std::string text);
+
 // A temporary name next to `path` (same folder, same extension, so that
 // writers that choose the file type by extension pick the same one), and
 // the rename that puts it in place. A TempFile that is neither committed nor

@@ -14,6 +14,7 @@
 #include <vector>
 
 using imb_io::fail;
+using imb_io::reasonOf;
 
 namespace
 {
@@ -130,10 +131,15 @@ bool readFile(const std::string &path, IMB_Raster &out, const IMB_ImageReadOptio
     config.attribute("oiio:UnassociatedAlpha", 1);
     std::unique_ptr<OIIO::ImageInput> in = OIIO::ImageInput::create(path);
     if (!in || !in->open(path, desc, config))
-        return fail(what + (in ? in->geterror() : OIIO::geterror()));
+        return fail(what + reasonOf(in ? in->geterror() : OIIO::geterror()));
     if ((o.subimage != 0 || o.miplevel != 0) && !in->seek_subimage(o.subimage, o.miplevel, desc))
+    {
+        // Readers mostly refuse a missing subimage without a word; pass on
+        // what a reader did say.
+        const std::string said = in->geterror();
         return fail(what + "it has no subimage " + std::to_string(o.subimage) + " at MIP level " +
-                    std::to_string(o.miplevel));
+                    std::to_string(o.miplevel) + (said.empty() ? std::string() : " (" + reasonOf(said) + ")"));
+    }
     if (desc.deep)
         return fail(what + "it is a deep image (read it as IMB_DeepImage)");
     if (desc.width < 1 || desc.height < 1 || desc.nchannels < 1)
@@ -167,7 +173,7 @@ bool readFile(const std::string &path, IMB_Raster &out, const IMB_ImageReadOptio
         }
     }
     if (!ok)
-        return fail(what + in->geterror());
+        return fail(what + reasonOf(in->geterror()));
     // The caller's raster takes the block over only now, so a failed read
     // leaves it as it was; no pixel is copied.
     out.reset(1);
@@ -206,7 +212,7 @@ bool writeFile(const std::string &path, const IMB_Raster &raster, const IMB_Imag
 
     std::unique_ptr<OIIO::ImageOutput> out = OIIO::ImageOutput::create(path);
     if (!out)
-        return fail(what + OIIO::geterror());
+        return fail(what + reasonOf(OIIO::geterror()));
     OIIO::ImageSpec desc(int(xres), int(yres), channels, type);
     static const char *const names[4][4] = {{"Y"}, {"R", "G"}, {"R", "G", "B"}, {"R", "G", "B", "A"}};
     desc.channelnames.assign(names[channels - 1], names[channels - 1] + channels);
@@ -234,7 +240,7 @@ bool writeFile(const std::string &path, const IMB_Raster &raster, const IMB_Imag
 
     imb_io::TempFile temp(path);
     if (!out->open(temp.name(), desc))
-        return fail(what + out->geterror());
+        return fail(what + reasonOf(out->geterror()));
     const int64 b = imbDefinesDepth[raster.getFormat()];
     bool ok;
     if (raster.isInterleaved() || packing == PACK_SINGLE)
@@ -254,9 +260,9 @@ bool writeFile(const std::string &path, const IMB_Raster &raster, const IMB_Imag
         ok = out->write_image(type, buf.data());
     }
     if (!ok)
-        return fail(what + out->geterror());
+        return fail(what + reasonOf(out->geterror()));
     if (!out->close())
-        return fail(what + out->geterror());
+        return fail(what + reasonOf(out->geterror()));
     return temp.commit();
 }
 } // namespace

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,8 +17,13 @@ namespace
 {
 void requireConfig()
 {
-    if (IMB_OCIO::configFilePath().isEmpty())
-        throw imbtool::Failure("no colour configuration: set OCIO to a configuration file");
+    if (!IMB_OCIO::configFilePath().isEmpty())
+        return;
+    // The load's own error, collected by main, follows this line.
+    const char *path = std::getenv("OCIO");
+    if (path && *path)
+        throw imbtool::Failure(std::string("cannot load the colour configuration \"") + path + "\"");
+    throw imbtool::Failure("no colour configuration: set OCIO to a configuration file");
 }
 
 void printList(const char *title, const BAS_StringArray &items)

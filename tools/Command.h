@@ -27,7 +27,8 @@ struct Registrar
     Registrar(const char *name, SetupFn fn) { registry().emplace_back(name, fn); }
 };
 
-// A command failed; main() prints the message and exits with status 1.
+// A command failed; main() prints the message, followed by the reasons the
+// library reported while the command ran, and exits with status 1.
 struct Failure : std::runtime_error
 {
     using std::runtime_error::runtime_error;

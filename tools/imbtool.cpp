@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace imbtool
 {
@@ -13,6 +15,53 @@ std::vector<std::pair<const char *, SetupFn>> &registry()
     return commands;
 }
 } // namespace imbtool
+
+namespace
+{
+// The distinct lines of what the library reported, in order: the reasons a
+// command failed. A reason can reach the log twice (the configuration's load
+// error goes to the error log and to the standard error stream), once is
+// enough here.
+std::vector<std::string> reasonsOf(const BAS_ErrorCapture &reports)
+{
+    std::vector<std::string> lines;
+    const std::string &text = reports.text();
+    for (std::size_t begin = 0, end; begin < text.size(); begin = end + 1)
+    {
+        end = text.find('\n', begin);
+        if (end == std::string::npos)
+            end = text.size();
+        std::string line = text.substr(begin, end - begin);
+        if (!line.empty() && std::find(lines.begin(), lines.end(), line) == lines.end())
+            lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+// The command's own line with the library's reasons: on the same line after
+// a colon when there is one, else indented on the lines below.
+void printFailure(const char *message, const BAS_ErrorCapture &reports)
+{
+    const std::vector<std::string> reasons = reasonsOf(reports);
+    std::string text = std::string("imbtool: ") + message;
+    if (reasons.size() == 1)
+        text += ": " + reasons[0];
+    else if (!reasons.empty())
+    {
+        text += ':';
+        for (const std::string &r : reasons)
+            text += "\n  " + r;
+    }
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+// What the library reported while a command went on, printed where the
+// library would have printed it.
+void passOn(const BAS_ErrorCapture &reports)
+{
+    std::fputs(reports.text().c_str(), stderr);
+}
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -26,18 +75,25 @@ int main(int argc, char **argv)
     for (const auto &[name, setup] : commands)
         setup(app);
 
+    // The library's messages are collected while the command runs, so that
+    // a failure is told in one place with the library's reasons (OpenColorIO's
+    // or OpenImageIO's text). Messages reported on worker threads are printed
+    // as they come.
+    BAS_ErrorCapture reports;
     try
     {
         app.parse(argc, argv);
     }
     catch (const CLI::ParseError &e)
     {
+        passOn(reports);
         return app.exit(e);
     }
     catch (const imbtool::Failure &e)
     {
-        std::fprintf(stderr, "imbtool: %s\n", e.what());
+        printFailure(e.what(), reports);
         return 1;
     }
+    passOn(reports);
     return 0;
 }

@@ -12,6 +12,20 @@
 // serialised by one lock; reload() must be called from one control thread
 // while no other thread uses colour-space handles, processors or strings
 // returned here. No OpenColorIO exception leaves these functions.
+//
+// Failures give the empty answer documented with each function; OpenColorIO's
+// reason goes to the library's error log (BAS_ErrorLog.h) as
+// "OCIO <what was being done>: <OpenColorIO's text>", by one rule:
+// - a failed operation (loading the configuration, building a processor,
+//   transforming pixels) is an error: printed on the standard error stream
+//   (or passed to the installed sink), or collected by the calling thread's
+//   BAS_ErrorCapture. A processor that failed to build is reported when it is
+//   built; a later lookup that hands the cached failure out again repeats the
+//   reason to the thread's capture only, never to the stream.
+// - a failed query (colour-space lookups, lists of names, displays and views,
+//   colour spaces of file paths, allocations, is3D / isNoOp), which callers
+//   use to probe, is a level-1 message of the library's log (IMB_VERBOSE=1),
+//   so that routine probing stays quiet.
 #pragma once
 
 #include <IMB/IMB_API.h>

@@ -3,8 +3,10 @@
 #include "colour/ColourTestSupport.h"
 
 #include <IMB/IMB_OCIO.h>
+#include <IMB/platform/BAS_ErrorLog.h>
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <cmath>
 #include <thread>
@@ -336,4 +338,47 @@ TEST(ColourProcessors, KeysLongerThanTheInlineBufferAreCachedToo)
     EXPECT_TRUE(d.isValid());
     EXPECT_EQ(d.record(), IMB_OCIO::lookupProcessor("srgb_texture", "lin_rec709", longLook.c_str(), true).record());
     EXPECT_NE(d.record(), IMB_OCIO::lookupProcessor("srgb_texture", "lin_rec709", "", true).record());
+}
+
+TEST(ColourProcessors, RefusedBuildsArePrintedOnceAndRepeatedToEveryCapture)
+{
+    COLOUR_CASE({{"OCIO", dataPath("missing_lut.ocio")}});
+    IMB_OCIO::configFilePath();
+    struct Case
+    {
+        std::string prefix;
+        std::function<IMB_OCIO::PHandle()> lookup;
+    };
+    const Case cases[] = {
+        {R"(OCIO processor error from "lin" to "lut": )",
+         [] { return IMB_OCIO::lookupProcessor("lin", "lut", "", true); }},
+        {R"(OCIO processor error from "lut" to "lin" (inverse): )",
+         [] { return IMB_OCIO::lookupProcessor("lut", "lin", "", false); }},
+        {R"(OCIO processor error from "lin" to display "Monitor" view "Lut": )",
+         [] { return IMB_OCIO::lookupViewProcessor("lin", "Monitor", "Lut", true); }},
+    };
+    for (const Case &c : cases)
+    {
+        SCOPED_TRACE(c.prefix);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(c.lookup().isValid());
+        const std::string first = testing::internal::GetCapturedStderr();
+        // OpenColorIO's own words, naming the file it could not find.
+        EXPECT_EQ(first.rfind(c.prefix, 0), 0u) << first;
+        EXPECT_NE(first.find("'missing.spi1d' could not be located"), std::string::npos) << first;
+        EXPECT_EQ(first.find('\n'), first.size() - 1) << first;
+
+        // The cached failure is not printed again, but a capture still hears why.
+        testing::internal::CaptureStderr();
+        {
+            BAS_ErrorCapture messages;
+            EXPECT_FALSE(c.lookup().isValid());
+            EXPECT_EQ(messages.text(), first);
+        }
+        EXPECT_FALSE(c.lookup().isValid());
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    }
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(IMB_OCIO::lookupProcessor("lin", "lin", "", true).isValid());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }

@@ -4,10 +4,12 @@
 
 #include <IMB/IMB_Lookup.h>
 #include <IMB/IMB_OCIO.h>
+#include <IMB/platform/BAS_ErrorLog.h>
 #include <IMB/platform/BAS_FileLUT.h>
 #include <IMB/platform/CRV_Clip.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 using colour_test::dataPath;
@@ -174,6 +176,27 @@ TEST(LookupFromColour, FailedBuildsLeaveAnEmptyTable)
     EXPECT_EQ(cube.get3DLUT(), nullptr);
 
     EXPECT_FALSE(IMB_Lookup(IMB_Lookup::BuildOCIO, "srgb_texture", "nowhere", 0).isValid());
+}
+
+TEST(LookupFromColour, RefusedTransformsTellTheCallerWhy)
+{
+    COLOUR_CASE({{"OCIO", dataPath("missing_lut.ocio")}});
+    // The second round finds both failures cached and must still say why.
+    for (int round = 0; round < 2; ++round)
+    {
+        SCOPED_TRACE(round);
+        BAS_ErrorCapture messages;
+        IMB_Lookup lut;
+        EXPECT_FALSE(lut.buildOpenColorIO("lin", "lut", nullptr, 0));
+        const std::string spaces = messages.text();
+        messages.clear();
+        EXPECT_FALSE(lut.buildOpenColorIOView("lin", "Monitor", "Lut", nullptr, nullptr, true, 0));
+        const std::string view = messages.text();
+        EXPECT_EQ(spaces.rfind(R"(OCIO processor error from "lin" to "lut": )", 0), 0u) << spaces;
+        EXPECT_EQ(view.rfind(R"(OCIO processor error from "lin" to display "Monitor" view "Lut": )", 0), 0u) << view;
+        for (const std::string &text : {spaces, view})
+            EXPECT_NE(text.find("'missing.spi1d' could not be located"), std::string::npos) << text;
+    }
 }
 
 TEST(LookupFromColour, LooksAreBakedIn)

@@ -212,7 +212,11 @@ TEST(ImageFile, FailuresSayWhyAndLeaveTheRasterAndTheDestinationAlone)
     {
         BAS_ErrorCapture messages;
         EXPECT_FALSE(IMB_ImageFile::read((dir / name).c_str(), kept)) << name;
-        EXPECT_NE(messages.text().find(name), std::string::npos) << messages.text();
+        // The file named, then OpenImageIO's reason.
+        const std::string prefix = "cannot read image \"" + (dir / name) + "\": ";
+        EXPECT_EQ(messages.text().rfind(prefix, 0), 0u) << messages.text();
+        EXPECT_GT(messages.text().size(), prefix.size() + 1) << messages.text();
+        EXPECT_EQ(messages.text().find("gave no reason"), std::string::npos) << messages.text();
         EXPECT_EQ(bytesOfRaster(kept), before);
         EXPECT_EQ(kept.getXres(), 3);
     }
@@ -228,5 +232,15 @@ TEST(ImageFile, FailuresSayWhyAndLeaveTheRasterAndTheDestinationAlone)
     EXPECT_FALSE(IMB_ImageFile::write((dir / "empty.exr").c_str(), IMB_Raster()));
     EXPECT_FALSE(IMB_ImageFile::write((dir / "out.unknownext").c_str(), good));
     EXPECT_NE(messages.text().find("windows.exr"), std::string::npos);
+    // The two that OpenImageIO refused carry its reason.
+    for (const char *name : {"nodir/out.exr", "out.unknownext"})
+    {
+        const std::string prefix = "cannot write image \"" + (dir / name) + "\": ";
+        const std::size_t at = messages.text().find(prefix);
+        ASSERT_NE(at, std::string::npos) << messages.text();
+        const std::size_t reason = at + prefix.size();
+        EXPECT_GT(messages.text().find('\n', reason), reason) << messages.text();
+    }
+    EXPECT_EQ(messages.text().find("gave no reason"), std::string::npos) << messages.text();
     EXPECT_EQ(dir.files(), (std::vector<std::string>{"cut.exr", "good.exr", "junk.png"}));
 }

@@ -7,6 +7,11 @@
 // A host may install its own sink with BASsetErrorLogSink to route messages
 // elsewhere (a log window, a test's capture buffer), or collect the messages
 // of one thread with a BAS_ErrorCapture.
+//
+// The library reports a failure that makes a call fail with brevanError,
+// with the third-party library's own reason in the text, and keeps the
+// failures of routine probes (whose empty answers callers expect) to
+// brevanPrintf(1, ...); IMB_OCIO.h spells this out for colour management.
 #pragma once
 
 #include <IMB/IMB_API.h>
