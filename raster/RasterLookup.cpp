@@ -2,32 +2,19 @@
 // tables. The per-value results come from IMB_Lookup::buildValueMaps, the
 // same rule IMB_Lookup::applyLUT applies, so only the walk differs: 8-bit
 // components go 64 at a time through tables held in vector registers where
-// the processor has byte permutes (RasterLookupKernels-inl.h), else two at
+// the processor has byte permutes (platform/ByteMap-inl.h), else two at
 // a time through 65,536-entry tables of byte pairs (half the lookups of one
 // table per byte); 16-bit components one at a time.
 
-// The byte permutes need the AVX-512 VBMI target, which Highway builds only
-// on request.
-#define HWY_WANT_AVX3_DL 1
-#undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "raster/RasterLookupKernels-inl.h"
-#include <hwy/foreach_target.h> // IWYU pragma: keep
-
-#include "raster/RasterLookupKernels-inl.h"
-
-#if HWY_ONCE
 #include <IMB/IMB_Lookup.h>
 #include <IMB/IMB_Raster.h>
 #include <IMB/platform/BAS_ThreadedAlgorithm.h>
 
+#include "platform/ByteMap.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
-
-namespace imb_detail
-{
-HWY_EXPORT(MapBytes);
-} // namespace imb_detail
 
 namespace
 {
@@ -98,7 +85,7 @@ struct PairTables
     {
         if (period == 1 || period == 2 || period == 4)
         {
-            const int64 done = HWY_DYNAMIC_DISPATCH(imb_detail::MapBytes)(p, 2 * words, single.data(), period);
+            const int64 done = imb_detail::mapBytes(p, 2 * words, single.data(), period);
             p += done;
             words -= done / 2;
         }
@@ -215,4 +202,3 @@ void IMB_Raster::applyLUT(const IMB_Lookup &lut, float gamma, float black, float
             spreadChannel(*this, only, first, count);
     });
 }
-#endif

@@ -1,15 +1,14 @@
-// Vector kernel of IMB_Raster::applyLUT for 8-bit components, compiled once
-// per instruction set (included through hwy/foreach_target.h by
-// RasterLookup.cpp). Processors with byte permutes over two registers
-// (AVX-512 VBMI) hold a whole 256-entry table in four registers and map 64
-// components per step; other targets map nothing here and leave the run to
-// the byte-pair tables.
+// Mapping bytes through 256-entry tables, compiled once per instruction set
+// (included through hwy/foreach_target.h by ByteMap.cpp). Processors with
+// byte permutes over two registers (AVX-512 VBMI) hold a whole table in four
+// registers and map 64 bytes per step; other targets map nothing here and
+// leave the run to the caller's own walk.
 
-#if defined(IMB_RASTER_LOOKUP_KERNELS_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef IMB_RASTER_LOOKUP_KERNELS_INL_H_
-#undef IMB_RASTER_LOOKUP_KERNELS_INL_H_
+#if defined(IMB_PLATFORM_BYTE_MAP_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef IMB_PLATFORM_BYTE_MAP_INL_H_
+#undef IMB_PLATFORM_BYTE_MAP_INL_H_
 #else
-#define IMB_RASTER_LOOKUP_KERNELS_INL_H_
+#define IMB_PLATFORM_BYTE_MAP_INL_H_
 #endif
 
 #include <IMB/platform/BAS_Types.h>
