@@ -30,12 +30,11 @@ struct ConfigSetup
 {
     ConfigSetup()
     {
+        // The source folder comes from the build: __FILE__ may be relative
+        // to the build folder (a compiler cache rewrites it so), and the
+        // programs run from anywhere.
         if (!std::getenv("OCIO"))
-        {
-            std::string here = __FILE__;
-            here = here.substr(0, here.find_last_of('/'));
-            setenv("OCIO", (here + "/../share/ocio/config.ocio").c_str(), 1);
-        }
+            setenv("OCIO", IMB_SOURCE_DIR "/share/ocio/config.ocio", 1);
     }
 } theSetup;
 
