@@ -134,7 +134,8 @@ inline double memcpySeconds(std::size_t bytes, Clock clock, int parts = 0)
         return it->second;
     std::vector<unsigned char> src(bytes, 1), dst(bytes, 2);
     // Small copies are repeated so that one timing is long enough to read.
-    const int repeats = static_cast<int>(std::clamp<std::size_t>((std::size_t(4) << 20) / std::max<std::size_t>(bytes, 1), 1, 200));
+    const std::size_t perTiming = (std::size_t(4) << 20) / std::max<std::size_t>(bytes, 1);
+    const int repeats = static_cast<int>(std::clamp<std::size_t>(perTiming, 1, 200));
     const double s = bestOf(
         clock,
         [&] {

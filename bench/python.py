@@ -63,7 +63,8 @@ def table():
 def cpp_apply(bench):
     """One run of the C++ case: its mean time per call in ms, and its number
     of calls."""
-    out = subprocess.run([str(bench), "--benchmark_filter=^BM_Apply1DFloatRGBA/threads:all/", "--benchmark_format=json"],
+    out = subprocess.run([str(bench), "--benchmark_filter=^BM_Apply1DFloatRGBA/threads:all/",
+                          "--benchmark_format=json"],
                          check=True, capture_output=True, text=True)
     run = json.loads(out.stdout)["benchmarks"][0]
     assert run["time_unit"] == "ms"
@@ -113,7 +114,8 @@ def main():
             py.append(python_apply_ms(lut, pixels, calls))
             mem.append(min(banded_copy_ms(pool, copy, pixels, bands) for _ in range(5)))
     best = min(py)
-    print(json.dumps({"name": "apply1d_float_rgba/threads:all", "python_ms": round(best, 3), "cpp_ms": round(min(cpp), 3),
+    print(json.dumps({"name": "apply1d_float_rgba/threads:all", "python_ms": round(best, 3),
+                      "cpp_ms": round(min(cpp), 3),
                       "bytes_per_second": pixels.nbytes / (best / 1e3),
                       "vs_peer": best / min(cpp), "vs_memcpy": best / min(mem)}))
 

@@ -111,7 +111,8 @@ void BM_Premultiply(benchmark::State &state)
     report(state, img.bytes(), ours, peer);
 }
 IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Premultiply", [](benchmark::internal::Benchmark *b) {
-    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)
+        ->Iterations(5);
 }, BM_Premultiply);
 
 // ---------------------------------------------------------------- saturation
@@ -132,7 +133,8 @@ void BM_AdjustSaturation(benchmark::State &state)
     report(state, img.bytes(), total / double(state.iterations()), 0);
 }
 IMB_BENCH_CASES(imb_bench::kOneThread, "BM_AdjustSaturation", [](benchmark::internal::Benchmark *b) {
-    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)
+        ->Iterations(5);
 }, BM_AdjustSaturation);
 
 // ---------------------------------------------------------------- luma
