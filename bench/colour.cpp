@@ -1,18 +1,27 @@
 // Colour management: the processor cache against OpenColorIO's own
 // Config::getProcessor, and an sRGB to linear conversion of a UHD float RGBA
 // image through a baked table (applyLUT) and through IMB_OCIO::transform,
-// both against OpenColorIO's CPU processor applied directly.
+// both against OpenColorIO's CPU processor applied directly (vs_peer) and a
+// memcpy of the image (vs_memcpy).
+//
+// applyLUT runs on the library's pool, so its case runs on one thread and on
+// all (BenchSupport.h), the peer then applying one band of rows per thread.
+// The processor cache and IMB_OCIO::transform (one OpenColorIO apply on the
+// calling thread) are single-threaded, as is their peer: one thread only.
+// Times are wall-clock times.
 //
 // Uses $OCIO when set, else the repository's share/ocio/config.ocio.
+#include "BenchSupport.h"
+
 #include <IMB/IMB.h>
 
 #include <OpenColorIO/OpenColorIO.h>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,12 +39,11 @@ struct ConfigSetup
 {
     ConfigSetup()
     {
+        // The source folder comes from the build: __FILE__ may be relative
+        // to the build folder (a compiler cache rewrites it so), and the
+        // programs run from anywhere.
         if (!std::getenv("OCIO"))
-        {
-            std::string here = __FILE__;
-            here = here.substr(0, here.find_last_of('/'));
-            setenv("OCIO", (here + "/../share/ocio/config.ocio").c_str(), 1);
-        }
+            setenv("OCIO", IMB_SOURCE_DIR "/share/ocio/config.ocio", 1);
     }
 } theSetup;
 
@@ -45,9 +53,11 @@ OCIO::ConstConfigRcPtr peerConfig()
     return config;
 }
 
+using imb_bench::Clock;
+
 double nowSeconds()
 {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    return imb_bench::now(Clock::wall);
 }
 
 // A UHD RGBA float image of values spread over [0, 1].
@@ -69,23 +79,36 @@ IMB_Raster &sourceImage()
     return image;
 }
 
-// Seconds for one direct OpenColorIO CPU conversion of the image (the peer).
+// OpenColorIO's CPU processor converting `work` in place, a band of rows
+// per pool thread (the whole image in one call on one thread).
+void peerConvert(const OCIO::ConstCPUProcessorRcPtr &cpu, IMB_Raster &work)
+{
+    float *pixels = static_cast<float *>(work.getPixels());
+    imb_bench::forRowBands(kHeight, [&](int64_t first, int64_t end) {
+        OCIO::PackedImageDesc desc(pixels + first * kWidth * 4, kWidth, static_cast<long>(end - first), 4);
+        cpu->apply(desc);
+    });
+}
+
+// Seconds for one direct OpenColorIO CPU conversion of the image (the peer)
+// on the pool's threads, measured once per thread count.
 double peerConversionSeconds()
 {
-    static double seconds = [] {
-        OCIO::ConstCPUProcessorRcPtr cpu = peerConfig()->getProcessor(kSrc, kDst)->getDefaultCPUProcessor();
-        IMB_Raster work(sourceImage());
-        double best = 1e30;
-        for (int rep = 0; rep < 3; ++rep)
-        {
-            OCIO::PackedImageDesc desc(work.getPixels(), kWidth, kHeight, 4);
-            const double t0 = nowSeconds();
-            cpu->apply(desc);
-            best = std::min(best, nowSeconds() - t0);
-        }
-        return best;
-    }();
+    static std::map<int, double> cache;
+    const int threads = imb_bench::poolThreads();
+    const auto it = cache.find(threads);
+    if (it != cache.end())
+        return it->second;
+    OCIO::ConstCPUProcessorRcPtr cpu = peerConfig()->getProcessor(kSrc, kDst)->getDefaultCPUProcessor();
+    IMB_Raster work(sourceImage());
+    const double seconds = imb_bench::bestOf(Clock::wall, [&] { peerConvert(cpu, work); });
+    cache[threads] = seconds;
     return seconds;
+}
+
+double memcpySeconds()
+{
+    return imb_bench::memcpySeconds(static_cast<std::size_t>(sourceImage().getSize()), Clock::wall);
 }
 
 // Largest difference between the baked table and the processor on [0, 1].
@@ -130,7 +153,6 @@ void BM_LookupProcessorCached(benchmark::State &state)
     state.counters["vs_peer"] = perCall / peerPerCall;
     state.counters["peer_ns"] = peerPerCall * 1e9;
 }
-BENCHMARK(BM_LookupProcessorCached);
 
 void BM_OcioGetProcessorPeer(benchmark::State &state)
 {
@@ -138,7 +160,6 @@ void BM_OcioGetProcessorPeer(benchmark::State &state)
     for (auto _ : state)
         benchmark::DoNotOptimize(config->getProcessor(kSrc, kDst));
 }
-BENCHMARK(BM_OcioGetProcessorPeer);
 
 void BM_ConvertBakedApplyLUT(benchmark::State &state)
 {
@@ -155,10 +176,10 @@ void BM_ConvertBakedApplyLUT(benchmark::State &state)
         lut.applyLUT(work);
     const double perImage = (nowSeconds() - t0) / static_cast<double>(state.iterations());
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * work.getSize());
-    state.counters["vs_peer"] = perImage / peer;
+    imb_bench::setRatio(state, "vs_peer", perImage, peer);
+    imb_bench::setRatio(state, "vs_memcpy", perImage, memcpySeconds());
     state.counters["max_diff"] = bakedMaxDifference(lut);
 }
-BENCHMARK(BM_ConvertBakedApplyLUT)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ConvertTransform(benchmark::State &state)
 {
@@ -175,22 +196,28 @@ void BM_ConvertTransform(benchmark::State &state)
         IMB_OCIO::transform(h, static_cast<float *>(work.getPixels()), kWidth * kHeight, 4);
     const double perImage = (nowSeconds() - t0) / static_cast<double>(state.iterations());
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * work.getSize());
-    state.counters["vs_peer"] = perImage / peer;
+    imb_bench::setRatio(state, "vs_peer", perImage, peer);
+    imb_bench::setRatio(state, "vs_memcpy", perImage, memcpySeconds());
 }
-BENCHMARK(BM_ConvertTransform)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ConvertOcioCPUPeer(benchmark::State &state)
 {
     OCIO::ConstCPUProcessorRcPtr cpu = peerConfig()->getProcessor(kSrc, kDst)->getDefaultCPUProcessor();
     IMB_Raster work(sourceImage());
     for (auto _ : state)
-    {
-        OCIO::PackedImageDesc desc(work.getPixels(), kWidth, kHeight, 4);
-        cpu->apply(desc);
-    }
+        peerConvert(cpu, work);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * work.getSize());
 }
-BENCHMARK(BM_ConvertOcioCPUPeer)->Unit(benchmark::kMillisecond)->UseRealTime();
+void wallMilliseconds(benchmark::internal::Benchmark *b)
+{
+    b->Unit(benchmark::kMillisecond)->UseRealTime();
+}
 } // namespace
+
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_LookupProcessorCached", nullptr, BM_LookupProcessorCached);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_OcioGetProcessorPeer", nullptr, BM_OcioGetProcessorPeer);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_ConvertBakedApplyLUT", wallMilliseconds, BM_ConvertBakedApplyLUT);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_ConvertTransform", wallMilliseconds, BM_ConvertTransform);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_ConvertOcioCPUPeer", wallMilliseconds, BM_ConvertOcioCPUPeer);
 
 BENCHMARK_MAIN();

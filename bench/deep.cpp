@@ -10,6 +10,13 @@
 // the best of several runs in processor time; the cases use processor time
 // as well, except the raw stores and the closes of 64 samples, which time
 // only their own phase by the wall clock.
+//
+// Threads: closing and compositing run on the calling thread, as does
+// OpenEXR's compositor, so those are one-thread cases (BenchSupport.h). The
+// raw stores come from 1 or 2 threads of the caller's own into one pixel
+// (threads:N, the argument), beside a memcpy split over as many threads.
+#include "BenchSupport.h"
+
 #include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepPixel.h>
 
@@ -18,8 +25,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <ctime>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -72,27 +77,12 @@ std::vector<Sample> makeSamples(int n, unsigned seed)
     return s;
 }
 
-// This thread's processor time in seconds: the benchmark's own cases are
-// measured in processor time too, so the ratios hold on a busy machine.
-double threadSeconds()
+// Shortest of several timings of fn(), in seconds of processor time: the
+// benchmark's own cases are measured in processor time too, so the ratios
+// hold on a busy machine.
+template <typename Fn> double bestTime(Fn &&fn)
 {
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
-}
-
-// Shortest of several timings of fn(), in seconds of processor time.
-template <typename Fn> double bestTime(Fn &&fn, int reps = 200)
-{
-    double best = 1e30;
-    for (int r = 0; r < 5; ++r)
-    {
-        const double t0 = threadSeconds();
-        for (int i = 0; i < reps; ++i)
-            fn();
-        best = std::min(best, (threadSeconds() - t0) / reps);
-    }
-    return best;
+    return imb_bench::bestOf(imb_bench::Clock::thread, fn, 5, 200);
 }
 
 // A counter that reads elapsed time / (iterations x reference seconds): the
@@ -107,12 +97,7 @@ benchmark::Counter ratioTo(const benchmark::State &state, double reference, int 
 
 double memcpyTime(std::size_t bytes)
 {
-    std::vector<char> a(bytes, 1), b(bytes);
-    return bestTime([&] {
-        std::memcpy(b.data(), a.data(), bytes);
-        benchmark::DoNotOptimize(b.data());
-        benchmark::ClobberMemory();
-    });
+    return imb_bench::memcpySeconds(bytes, imb_bench::Clock::thread);
 }
 
 // ---------------------------------------------------------------- raw stores
@@ -135,7 +120,9 @@ void BM_RawStore(benchmark::State &state)
         for (const Sample &s : samples[static_cast<std::size_t>(t)])
             pixel.store(s.zf, s.zb, s.v, 0, t);
     };
-    const double ref = memcpyTime(static_cast<std::size_t>(threads) * kStoresPerThread * kSampleBytes);
+    // The memcpy of the same bytes on as many threads, by the same clock.
+    const double ref = imb_bench::memcpySeconds(static_cast<std::size_t>(threads) * kStoresPerThread * kSampleBytes,
+                                                imb_bench::Clock::wall, threads);
 
     // Helper threads wait for a new generation, store, and report done.
     std::atomic<int> generation(0), done(0);
@@ -182,7 +169,7 @@ void BM_RawStore(benchmark::State &state)
     state.SetBytesProcessed(stores * static_cast<int64_t>(kSampleBytes));
     state.counters["vs_memcpy"] = timed / static_cast<double>(state.iterations()) / ref;
 }
-BENCHMARK(BM_RawStore)->Arg(1)->Arg(2)->UseManualTime();
+BENCHMARK(BM_RawStore)->ArgName("threads")->Arg(1)->Arg(2)->UseManualTime();
 
 // ---------------------------------------------------------------- close
 
@@ -212,8 +199,12 @@ void BM_ClosePixel(benchmark::State &state, const char *compressor)
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
     state.counters["vs_memcpy"] = ratioTo(state, ref);
 }
-BENCHMARK_CAPTURE(BM_ClosePixel, null, "null")->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Arg(16);
-BENCHMARK_CAPTURE(BM_ClosePixel, simple, "simple")->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Arg(16);
+void subSampleCounts(benchmark::internal::Benchmark *b)
+{
+    b->ArgName("subsamples")->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Arg(16);
+}
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_ClosePixel/null", subSampleCounts, BM_ClosePixel, "null");
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_ClosePixel/simple", subSampleCounts, BM_ClosePixel, "simple");
 
 // ---------------------------------------------------------------- OpenEXR
 
@@ -295,9 +286,9 @@ void BM_Exr(benchmark::State &state, void (ExrPixel::*step)(), bool presorted)
         (exr.*step)();
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kCompositeSamples * kSampleBytes));
 }
-BENCHMARK_CAPTURE(BM_Exr, sort_and_composite, &ExrPixel::run, false);
-BENCHMARK_CAPTURE(BM_Exr, sort, &ExrPixel::sortOnly, false);
-BENCHMARK_CAPTURE(BM_Exr, composite_sorted, &ExrPixel::compositeOnly, true);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Exr/sort_and_composite", nullptr, BM_Exr, &ExrPixel::run, false);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Exr/sort", nullptr, BM_Exr, &ExrPixel::sortOnly, false);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Exr/composite_sorted", nullptr, BM_Exr, &ExrPixel::compositeOnly, true);
 
 // Closing a pixel of 64 unsorted raw samples with the null compressor (which
 // sorts them by depth), and compositing the list: the accumulator's
@@ -340,17 +331,22 @@ void closeBatch(benchmark::State &state, bool composite)
     state.counters[composite ? "vs_peer" : "vs_peer_sort"] = ratioTo(state, peer);
 }
 
+void manualTime(benchmark::internal::Benchmark *b)
+{
+    b->UseManualTime();
+}
+
 void BM_CloseAndComposite(benchmark::State &state)
 {
     closeBatch(state, true);
 }
-BENCHMARK(BM_CloseAndComposite)->UseManualTime();
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_CloseAndComposite", manualTime, BM_CloseAndComposite);
 
 void BM_Close(benchmark::State &state)
 {
     closeBatch(state, false);
 }
-BENCHMARK(BM_Close)->UseManualTime();
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Close", manualTime, BM_Close);
 
 // A sorted 64-sample list to running composites (or back); the peer is
 // OpenEXR sorting and compositing the same samples, and (vs_peer_composite)
@@ -406,8 +402,8 @@ void BM_Composite(benchmark::State &state, bool back)
     state.counters["vs_peer"] = ratioTo(state, peer);
     state.counters["vs_peer_composite"] = ratioTo(state, peerComposite);
 }
-BENCHMARK_CAPTURE(BM_Composite, composite, false);
-BENCHMARK_CAPTURE(BM_Composite, uncomposite, true);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Composite/composite", nullptr, BM_Composite, false);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Composite/uncomposite", nullptr, BM_Composite, true);
 } // namespace
 
 BENCHMARK_MAIN();

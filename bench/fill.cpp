@@ -5,8 +5,13 @@
 // OpenImageIO converting the same data to the same type on one thread
 // (ImageBufAlgo::copy into an ImageBuf of the destination type; vs_peer).
 // Arithmetic: clear, invert and multiply beside a memcpy of the same bytes and
-// beside OpenImageIO's fill, invert and mul on one thread. All times are the
-// benchmark thread's processor time (manual time), references included.
+// beside OpenImageIO's fill, invert and mul on one thread. IMB_Fill runs on
+// the calling thread, so every case is a one-thread case (BenchSupport.h).
+// All times are the benchmark thread's processor time (manual time),
+// references included: the machines these run on are often shared, and wall
+// time then measures the neighbours as much as the code.
+#include "BenchSupport.h"
+
 #include <IMB/IMB_Fill.h>
 
 #include <OpenImageIO/imagebuf.h>
@@ -14,7 +19,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -94,46 +98,17 @@ std::shared_ptr<Block> sourceOf(IMB_DataFormat f)
     return b;
 }
 
-// The calling thread's processor time: the machines these run on are often
-// shared, and wall time then measures the neighbours as much as the code.
-double threadSeconds()
+using imb_bench::Clock;
+
+// The peer's time: the best of a few calls on this thread.
+template <typename Fn> double peerSeconds(Fn &&fn)
 {
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+    return imb_bench::bestOf(Clock::thread, fn);
 }
 
-template <typename Fn> double secondsPerCall(Fn &&fn, int repeats)
-{
-    fn(); // warm
-    std::vector<double> t;
-    for (int r = 0; r < repeats; ++r)
-    {
-        const double start = threadSeconds();
-        fn();
-        t.push_back(threadSeconds() - start);
-    }
-    std::sort(t.begin(), t.end());
-    return t[t.size() / 2];
-}
-
-// memcpy of n bytes, measured once per size in this run.
 double memcpySeconds(size_t n)
 {
-    static std::map<size_t, double> cache;
-    auto it = cache.find(n);
-    if (it != cache.end())
-        return it->second;
-    Block a(n), b(n);
-    const double s = secondsPerCall(
-        [&] {
-            std::memcpy(b.data, a.data, n);
-            benchmark::DoNotOptimize(b.data);
-            benchmark::ClobberMemory();
-        },
-        9);
-    cache[n] = s;
-    return s;
+    return imb_bench::memcpySeconds(n, Clock::thread);
 }
 
 // Runs the timed loop and reports bytes (read + written) and the ratios.
@@ -142,19 +117,17 @@ template <typename Fn> void timeLoop(benchmark::State &state, size_t bytesMoved,
     double total = 0;
     for (auto _ : state)
     {
-        const double start = threadSeconds();
-        fn();
-        benchmark::ClobberMemory();
-        const double t = threadSeconds() - start;
+        const double t = imb_bench::secondsOf(Clock::thread, [&] {
+            fn();
+            benchmark::ClobberMemory();
+        });
         state.SetIterationTime(t);
         total += t;
     }
     const double perCall = total / static_cast<double>(state.iterations());
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytesMoved));
-    if (memcpyTime > 0)
-        state.counters["vs_memcpy"] = perCall / memcpyTime;
-    if (peerTime > 0)
-        state.counters["vs_peer"] = perCall / peerTime;
+    imb_bench::setRatio(state, "vs_memcpy", perCall, memcpyTime);
+    imb_bench::setRatio(state, "vs_peer", perCall, peerTime);
 }
 
 // Sets `p` (default points) to convert the whole image contiguously from
@@ -184,7 +157,7 @@ void convertBench(benchmark::State &state, IMB_DataFormat s, IMB_DataFormat d)
     const OIIO::ImageBuf srcBuf(srcSpec, src->data);
     OIIO::ImageBuf dstBuf(OIIO::ImageSpec(static_cast<int>(kWidth), static_cast<int>(kHeight),
                                           static_cast<int>(kChannels), oiioType(d)));
-    const double peer = secondsPerCall([&] { OIIO::ImageBufAlgo::copy(dstBuf, srcBuf, OIIO::TypeUnknown, {}, 1); }, 3);
+    const double peer = peerSeconds([&] { OIIO::ImageBufAlgo::copy(dstBuf, srcBuf, OIIO::TypeUnknown, {}, 1); });
 
     const size_t larger = static_cast<size_t>(kCount) * std::max(bytesOf(s), bytesOf(d));
     timeLoop(state, static_cast<size_t>(kCount) * (bytesOf(s) + bytesOf(d)), memcpySeconds(larger), peer,
@@ -209,7 +182,7 @@ template <IMB_DataFormat F> void BM_Clear(benchmark::State &state)
     p.myValue = 0.5f;
     OIIO::ImageBuf buf = wrapped<F>(dst);
     const float half[4] = {0.5f, 0.5f, 0.5f, 0.5f};
-    const double peer = secondsPerCall([&] { OIIO::ImageBufAlgo::fill(buf, half, {}, 1); }, 3);
+    const double peer = peerSeconds([&] { OIIO::ImageBufAlgo::fill(buf, half, {}, 1); });
     timeLoop(state, bytes, memcpySeconds(bytes), peer, [&] { IMB_Fill::clear(p); });
 }
 
@@ -225,7 +198,7 @@ template <IMB_DataFormat F> void BM_Invert(benchmark::State &state)
     p.setDestArea(0, 0, kWidth * kChannels - 1, kHeight - 1);
     p.myValue = 1.0f;
     OIIO::ImageBuf buf = wrapped<F>(dst);
-    const double peer = secondsPerCall([&] { OIIO::ImageBufAlgo::invert(buf, buf, {}, 1); }, 3);
+    const double peer = peerSeconds([&] { OIIO::ImageBufAlgo::invert(buf, buf, {}, 1); });
     timeLoop(state, 2 * bytes, memcpySeconds(bytes), peer, [&] { IMB_Fill::invert(p); });
 }
 
@@ -242,7 +215,7 @@ template <IMB_DataFormat F> void BM_Multiply(benchmark::State &state)
     p.myUsePixelFactors = 0;
     p.myFactor = 1.0f; // keeps the data the same from call to call
     OIIO::ImageBuf buf = wrapped<F>(dst);
-    const double peer = secondsPerCall([&] { OIIO::ImageBufAlgo::mul(buf, buf, 1.0f, {}, 1); }, 3);
+    const double peer = peerSeconds([&] { OIIO::ImageBufAlgo::mul(buf, buf, 1.0f, {}, 1); });
     timeLoop(state, 2 * bytes, memcpySeconds(bytes), peer, [&] { IMB_Fill::multiply(p); });
 }
 
@@ -259,34 +232,35 @@ void BM_ConvertDefaultPoints(benchmark::State &state)
     timeLoop(state, static_cast<size_t>(kCount) * (bytesOf(IMB_INT16) + bytesOf(IMB_INT32)),
              memcpySeconds(static_cast<size_t>(kCount) * bytesOf(IMB_INT32)), 0.0, [&] { IMB_Fill::fill(p); });
 }
-BENCHMARK(BM_ConvertDefaultPoints)->Name("BM_Convert/int16_to_int32_default_points")->UseManualTime()
-    ->Unit(benchmark::kMillisecond)->MinTime(0.3);
 
+void manualMilliseconds(benchmark::internal::Benchmark *b)
+{
+    b->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.3);
+}
+
+// Every case, one thread each.
 struct Registrar
 {
+    template <typename Fn, typename... Args> static void add(const std::string &name, Fn fn, Args... args)
+    {
+        imb_bench::registerCases(imb_bench::kOneThread, name, manualMilliseconds, fn, args...);
+    }
+
     Registrar()
     {
+        add("BM_Convert/int16_to_int32_default_points", BM_ConvertDefaultPoints);
         for (int s = 0; s < 5; ++s)
             for (int d = 0; d < 5; ++d)
-            {
-                const std::string name = std::string("BM_Convert/") + kNames[s] + "_to_" + kNames[d];
-                benchmark::RegisterBenchmark(name.c_str(), convertBench, static_cast<IMB_DataFormat>(s),
-                                             static_cast<IMB_DataFormat>(d))
-                    ->UseManualTime()
-                    ->Unit(benchmark::kMillisecond)
-                    ->MinTime(0.3);
-            }
+                add(std::string("BM_Convert/") + kNames[s] + "_to_" + kNames[d], convertBench,
+                    static_cast<IMB_DataFormat>(s), static_cast<IMB_DataFormat>(d));
+        add("BM_Clear<IMB_INT8>", BM_Clear<IMB_INT8>);
+        add("BM_Clear<IMB_FLOAT32>", BM_Clear<IMB_FLOAT32>);
+        add("BM_Invert<IMB_INT8>", BM_Invert<IMB_INT8>);
+        add("BM_Invert<IMB_FLOAT32>", BM_Invert<IMB_FLOAT32>);
+        add("BM_Multiply<IMB_INT8>", BM_Multiply<IMB_INT8>);
+        add("BM_Multiply<IMB_FLOAT32>", BM_Multiply<IMB_FLOAT32>);
     }
 } theRegistrar;
-
-#define IMB_AREA_BENCH(fn, F)                                                                                      \
-    BENCHMARK_TEMPLATE(fn, F)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.3)
-IMB_AREA_BENCH(BM_Clear, IMB_INT8);
-IMB_AREA_BENCH(BM_Clear, IMB_FLOAT32);
-IMB_AREA_BENCH(BM_Invert, IMB_INT8);
-IMB_AREA_BENCH(BM_Invert, IMB_FLOAT32);
-IMB_AREA_BENCH(BM_Multiply, IMB_INT8);
-IMB_AREA_BENCH(BM_Multiply, IMB_FLOAT32);
 } // namespace
 
 BENCHMARK_MAIN();

@@ -1,11 +1,19 @@
 // Image files: reading a 3840x2160 RGBA half OpenEXR into a raster beside
 // OpenImageIO reading the same file into its own buffer (an ImageBuf;
-// vs_peer) and a memcpy of the pixels (vs_memcpy), both on OpenImageIO's
-// threads; and the whole `imbtool deep merge` of
-// two 1920x1080 deep OpenEXR layers with 8 point samples per pixel beside
-// `oiiotool A B --deepmerge -o out` on the same files, both as commands on
-// every thread (vs_peer), with the largest difference of their flattened
-// results (max_flat_diff; each flattened by its own tool).
+// vs_peer) and a memcpy of the pixels (vs_memcpy); and the whole `imbtool
+// deep merge` of two 1920x1080 deep OpenEXR layers with 8 point samples per
+// pixel beside `oiiotool A B --deepmerge -o out` on the same files (vs_peer),
+// with the largest difference of their flattened results (max_flat_diff;
+// each flattened by its own tool). Times are wall-clock times.
+//
+// Both run on one thread and on all (BenchSupport.h). The file reads go
+// through OpenImageIO on both sides, so on one thread its "threads"
+// attribute is 1 and its OpenEXR pool is off ("exr_threads" -1) for both
+// (the memcpy on one thread), and on all threads they are as the process
+// has them (the memcpy split over the pool). The commands on one thread both run pinned to one processor
+// (taskset), oiiotool also told --threads 1; on all threads, as they are.
+#include "BenchSupport.h"
+
 #include <IMB/IMB.h>
 #include <IMB/IMB_ImageIO.h>
 
@@ -20,6 +28,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <sched.h>
 #include <random>
 #include <string>
 #include <vector>
@@ -28,12 +37,39 @@ namespace fs = std::filesystem;
 
 namespace
 {
+using imb_bench::Clock;
+using imb_bench::Threads;
+
 double seconds(const std::function<void()> &fn)
 {
-    const auto t0 = std::chrono::steady_clock::now();
-    fn();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    return imb_bench::secondsOf(Clock::wall, fn);
 }
+
+// Sets OpenImageIO's global thread counts for one case and puts them back.
+class OiioThreads
+{
+public:
+    explicit OiioThreads(Threads t)
+    {
+        OIIO::getattribute("threads", myThreads);
+        OIIO::getattribute("exr_threads", myExrThreads);
+        if (t == Threads::one)
+        {
+            OIIO::attribute("threads", 1);
+            // -1: no OpenEXR pool, the calling thread decodes. (With 1, one
+            // pool thread decodes while the caller reads beside it: two.)
+            OIIO::attribute("exr_threads", -1);
+        }
+    }
+    ~OiioThreads()
+    {
+        OIIO::attribute("threads", myThreads);
+        OIIO::attribute("exr_threads", myExrThreads);
+    }
+
+private:
+    int myThreads = 0, myExrThreads = 0;
+};
 
 struct Scratch
 {
@@ -47,8 +83,9 @@ struct Scratch
     std::string operator/(const char *f) const { return (dir / f).string(); }
 };
 
-void BM_ReadHalfExr(benchmark::State &state)
+void BM_ReadHalfExr(benchmark::State &state, Threads threads)
 {
+    const OiioThreads oiio(threads);
     Scratch dir;
     const std::string path = dir / "uhd.exr";
     {
@@ -64,8 +101,7 @@ void BM_ReadHalfExr(benchmark::State &state)
         }
     }
     const size_t bytes = size_t(3840) * 2160 * 4 * 2;
-    std::vector<unsigned char> copy(bytes);
-    double ours = 0, peer = 1e30, mem = 1e30;
+    double ours = 0, peer = 1e30;
     int64 n = 0;
     for (auto _ : state)
     {
@@ -81,17 +117,15 @@ void BM_ReadHalfExr(benchmark::State &state)
                             buf.read(0, 0, true, OIIO::TypeDesc::HALF);
                             benchmark::DoNotOptimize(buf.localpixels());
                         }));
-        mem = std::min(mem, seconds([&] {
-                           std::memcpy(copy.data(), r.getPixels(), bytes);
-                           benchmark::DoNotOptimize(copy.data());
-                       }));
     }
     state.SetBytesProcessed(n * int64_t(bytes));
-    state.counters["vs_peer"] = ours / double(n) / peer;
-    state.counters["vs_memcpy"] = ours / double(n) / mem;
+    imb_bench::setRatio(state, "vs_peer", ours / double(n), peer);
+    imb_bench::setRatio(state, "vs_memcpy", ours / double(n), imb_bench::memcpySeconds(bytes, Clock::wall));
     state.counters["peer_ms"] = peer * 1e3;
 }
-BENCHMARK(BM_ReadHalfExr)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_ReadHalfExr", [](benchmark::internal::Benchmark *b) {
+    b->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+}, BM_ReadHalfExr);
 
 bool run(const std::string &command)
 {
@@ -118,10 +152,39 @@ double maxDifference(const std::string &a, const std::string &b)
     return worst;
 }
 
-void BM_DeepMergeCommand(benchmark::State &state)
+#ifdef IMB_TOOL_PATH
+// The prefix that runs a command on one processor: the first this process
+// may use.
+std::string onOneProcessor()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0)
+        return std::string();
+    for (int c = 0; c < CPU_SETSIZE; ++c)
+        if (CPU_ISSET(c, &set))
+            return "taskset -c " + std::to_string(c) + " ";
+    return std::string();
+}
+#endif
+
+void BM_DeepMergeCommand(benchmark::State &state, Threads threads)
 {
 #ifdef IMB_TOOL_PATH
     const std::string tool = IMB_TOOL_PATH;
+    // The timed commands; the others run as they are.
+    std::string merge = tool + " deep merge ", peerMerge = "oiiotool ";
+    if (threads == Threads::one)
+    {
+        const std::string pin = onOneProcessor();
+        if (pin.empty() || !run("command -v taskset"))
+        {
+            state.SkipWithError("cannot pin a command to one processor (taskset, util-linux)");
+            return;
+        }
+        merge = pin + merge;
+        peerMerge = pin + "oiiotool --threads 1 ";
+    }
     if (!run("command -v oiiotool"))
     {
         state.SkipWithError("oiiotool is not installed (Debian openimageio-tools)");
@@ -139,22 +202,25 @@ void BM_DeepMergeCommand(benchmark::State &state)
     int64 n = 0;
     for (auto _ : state)
     {
-        const double t = seconds([&] { run(tool + " deep merge " + a + " " + b + " -o " + (dir / "ours.exr")); });
+        const double t = seconds([&] { run(merge + a + " " + b + " -o " + (dir / "ours.exr")); });
         state.SetIterationTime(t);
         ours += t;
         ++n;
-        peer = std::min(peer, seconds([&] { run("oiiotool " + a + " " + b + " --deepmerge -o " + (dir / "peer.exr")); }));
+        peer = std::min(peer, seconds([&] { run(peerMerge + a + " " + b + " --deepmerge -o " + (dir / "peer.exr")); }));
     }
     run(tool + " deep flatten " + (dir / "ours.exr") + " -o " + (dir / "ours_flat.exr"));
     run("oiiotool " + (dir / "peer.exr") + " --flatten --ch R,G,B,A -o " + (dir / "peer_flat.exr"));
-    state.counters["vs_peer"] = ours / double(n) / peer;
+    imb_bench::setRatio(state, "vs_peer", ours / double(n), peer);
     state.counters["peer_s"] = peer;
     state.counters["max_flat_diff"] = maxDifference(dir / "ours_flat.exr", dir / "peer_flat.exr");
 #else
+    (void)threads;
     state.SkipWithError("imbtool is not built (IMB_BUILD_TOOLS)");
 #endif
 }
-BENCHMARK(BM_DeepMergeCommand)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(2);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_DeepMergeCommand", [](benchmark::internal::Benchmark *b) {
+    b->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(2);
+}, BM_DeepMergeCommand);
 } // namespace
 
 BENCHMARK_MAIN();

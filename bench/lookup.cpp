@@ -2,7 +2,14 @@
 // an edge-64 cube on RGBA float, and the 1D table on RGBA 8-bit. Each case is
 // measured beside a memcpy of the raster's bytes (vs_memcpy) and, for the
 // float cases, beside OpenColorIO's CPU processor applying a Lut1DTransform
-// or a trilinear Lut3DTransform holding the same values (vs_peer).
+// or a trilinear Lut3DTransform holding the same values (vs_peer). Every case
+// runs twice (BenchSupport.h): on one thread, where the library's pool has
+// one thread and OpenColorIO applies the whole image in one call, and on all
+// threads, where the library runs as it does by default and OpenColorIO
+// applies one band of rows per pool thread, the memcpy split likewise.
+// Times are wall-clock times.
+#include "BenchSupport.h"
+
 #include <IMB/IMB.h>
 #include <IMB/platform/CRV_Clip.h>
 
@@ -12,8 +19,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstring>
-#include <functional>
 #include <random>
 #include <vector>
 
@@ -23,27 +28,28 @@ namespace
 {
 constexpr int kW = 3840, kH = 2160, kLen = 4096, kEdge = 64;
 
-double secondsOf(const std::function<void()> &fn, int runs = 3)
+using imb_bench::Clock;
+
+// OpenColorIO applying `cpu` to the raster the way an application spreads
+// it over its threads: a band of rows per pool thread, each band its own
+// packed image (one band, the whole image, on one thread).
+void peerApply(const OCIO::ConstCPUProcessorRcPtr &cpu, IMB_Raster &r)
 {
-    std::vector<double> t;
-    for (int i = 0; i < runs; ++i)
-    {
-        const auto a = std::chrono::steady_clock::now();
-        fn();
-        t.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - a).count());
-    }
-    std::sort(t.begin(), t.end());
-    return t[t.size() / 2];
+    float *pixels = static_cast<float *>(r.getPixels());
+    imb_bench::forRowBands(kH, [&](int64_t first, int64_t end) {
+        OCIO::PackedImageDesc desc(pixels + first * kW * 4, kW, static_cast<long>(end - first), 4);
+        cpu->apply(desc);
+    });
+}
+
+double peerSeconds(const OCIO::ConstCPUProcessorRcPtr &cpu, IMB_Raster &r)
+{
+    return imb_bench::bestOf(Clock::wall, [&] { peerApply(cpu, r); });
 }
 
 double memcpySeconds(const IMB_Raster &r)
 {
-    std::vector<unsigned char> dst(static_cast<std::size_t>(r.getSize()));
-    return secondsOf([&] {
-        std::memcpy(dst.data(), r.getPixels(), dst.size());
-        benchmark::DoNotOptimize(dst.data());
-        benchmark::ClobberMemory();
-    });
+    return imb_bench::memcpySeconds(static_cast<std::size_t>(r.getSize()), Clock::wall);
 }
 
 // Three gamma-like curves, one per colour channel.
@@ -133,12 +139,10 @@ void runCase(benchmark::State &state, IMB_Raster &r, const IMB_Lookup &lut, doub
     }
     const double mean = total / static_cast<double>(std::max<int64>(n, 1));
     state.SetBytesProcessed(n * r.getSize());
-    state.counters["vs_memcpy"] = mean / memcpyS;
+    imb_bench::setRatio(state, "vs_memcpy", mean, memcpyS);
+    imb_bench::setRatio(state, "vs_peer", mean, peerS);
     if (peerS > 0)
-    {
-        state.counters["vs_peer"] = mean / peerS;
         state.counters["peer_ms"] = peerS * 1e3;
-    }
     state.counters["memcpy_ms"] = memcpyS * 1e3;
 }
 
@@ -148,8 +152,7 @@ void BM_Apply1DFloatRGBA(benchmark::State &state)
     fillRandom<float>(r, 1.0f);
     const IMB_Lookup lut = makeTable();
     auto cpu = peer1D();
-    OCIO::PackedImageDesc desc(r.getPixels(), kW, kH, 4);
-    const double peer = secondsOf([&] { cpu->apply(desc); });
+    const double peer = peerSeconds(cpu, r);
     runCase(state, r, lut, memcpySeconds(r), peer);
 }
 
@@ -161,8 +164,7 @@ void BM_Apply3DFloatRGBA(benchmark::State &state)
     IMB_Lookup lut;
     lut.set3DLUT(kEdge, v.data());
     auto cpu = peer3D(v);
-    OCIO::PackedImageDesc desc(r.getPixels(), kW, kH, 4);
-    const double peer = secondsOf([&] { cpu->apply(desc); });
+    const double peer = peerSeconds(cpu, r);
     runCase(state, r, lut, memcpySeconds(r), peer);
 }
 
@@ -173,9 +175,14 @@ void BM_Apply1DInt8RGBA(benchmark::State &state)
     const IMB_Lookup lut = makeTable();
     runCase(state, r, lut, memcpySeconds(r), 0.0);
 }
+
+void wallMilliseconds(benchmark::internal::Benchmark *b)
+{
+    b->Unit(benchmark::kMillisecond)->UseRealTime();
+}
 } // namespace
 
-BENCHMARK(BM_Apply1DFloatRGBA)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Apply3DFloatRGBA)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Apply1DInt8RGBA)->Unit(benchmark::kMillisecond)->UseRealTime();
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_Apply1DFloatRGBA", wallMilliseconds, BM_Apply1DFloatRGBA);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_Apply3DFloatRGBA", wallMilliseconds, BM_Apply3DFloatRGBA);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_Apply1DInt8RGBA", wallMilliseconds, BM_Apply1DInt8RGBA);
 BENCHMARK_MAIN();

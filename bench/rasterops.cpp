@@ -3,27 +3,25 @@
 // bytes (vs_memcpy) and OpenImageIO doing the same job on one thread
 // (vs_peer: ImageBufAlgo::premult and channel_sum with the same weights).
 // Manual timing: each case restores its input outside the timed region
-// where the operation is not idempotent. Times are the calling thread's CPU
-// time, except for table application, which runs on the shared pool and is
+// where the operation is not idempotent. Premultiply, saturation, luma and
+// range run on the calling thread, so they are one-thread cases
+// (BenchSupport.h), timed in the calling thread's processor time. Table
+// application runs on the shared pool: it runs on one thread and on all,
 // timed by the clock (vs_lookup: IMB_Raster::applyLUT over
 // IMB_Lookup::applyLUT on the same pixels and threads).
+#include "BenchSupport.h"
+
 #include <IMB/IMB.h>
-#include <IMB/platform/BAS_ThreadedAlgorithm.h>
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
 
 #include <benchmark/benchmark.h>
-#include <tbb/global_control.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <ctime>
-#include <memory>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <random>
 #include <vector>
 
@@ -31,46 +29,14 @@ namespace
 {
 constexpr int64 W = 3840, H = 2160;
 
-// Thread CPU time of one run: the machine may be shared, and every case
-// (ours, memcpy, the peer on one thread) runs on the calling thread.
-double threadSeconds()
-{
-    timespec ts;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return double(ts.tv_sec) + 1e-9 * double(ts.tv_nsec);
-}
+using imb_bench::Clock;
 
-double secondsOf(const std::function<void()> &fn)
+// Thread CPU time of one run: the machine may be shared, and every case but
+// table application (ours, memcpy, the peer on one thread) runs on the
+// calling thread.
+template <typename Fn> double secondsOf(Fn &&fn)
 {
-    const double t0 = threadSeconds();
-    fn();
-    return threadSeconds() - t0;
-}
-
-// Best of a few runs of `fn`, with `prepare` (untimed) before each.
-double bestOf(const std::function<void()> &fn, const std::function<void()> &prepare = {}, int runs = 3)
-{
-    double best = 1e30;
-    for (int i = 0; i < runs; ++i)
-    {
-        if (prepare)
-            prepare();
-        best = std::min(best, secondsOf(fn));
-    }
-    return best;
-}
-
-// Time of a memcpy of `bytes` bytes between two buffers (measured once).
-double memcpySeconds(size_t bytes)
-{
-    static std::map<size_t, double> cache;
-    auto it = cache.find(bytes);
-    if (it != cache.end())
-        return it->second;
-    std::vector<unsigned char> a(bytes, 1), b(bytes, 2);
-    double t = bestOf([&] { std::memcpy(b.data(), a.data(), bytes); benchmark::DoNotOptimize(b.data()); });
-    cache[bytes] = t;
-    return t;
+    return imb_bench::secondsOf(Clock::thread, fn);
 }
 
 OIIO::TypeDesc oiioType(IMB_DataFormat f)
@@ -121,9 +87,8 @@ struct Image
 void report(benchmark::State &state, size_t bytes, double ours, double peer)
 {
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(bytes));
-    state.counters["vs_memcpy"] = ours / memcpySeconds(bytes);
-    if (peer > 0)
-        state.counters["vs_peer"] = ours / peer;
+    imb_bench::setRatio(state, "vs_memcpy", ours, imb_bench::memcpySeconds(bytes, Clock::thread));
+    imb_bench::setRatio(state, "vs_peer", ours, peer);
 }
 
 // ---------------------------------------------------------------- premultiply
@@ -141,16 +106,14 @@ void BM_Premultiply(benchmark::State &state)
     }
     const double ours = total / double(state.iterations());
     OIIO::ImageBuf buf(OIIO::ImageSpec(int(W), int(H), 4, oiioType(format)), img.raster.getPixels());
-    const double peer = bestOf([&] { OIIO::ImageBufAlgo::premult(buf, buf, {}, 1); }, [&] { img.restore(); });
+    const double peer = imb_bench::bestOfPrepared(
+        Clock::thread, [&] { img.restore(); }, [&] { OIIO::ImageBufAlgo::premult(buf, buf, {}, 1); });
     report(state, img.bytes(), ours, peer);
 }
-BENCHMARK(BM_Premultiply)
-    ->Arg(IMB_FLOAT32)
-    ->Arg(IMB_INT8)
-    ->ArgName("format")
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(5);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_Premultiply", [](benchmark::internal::Benchmark *b) {
+    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)
+        ->Iterations(5);
+}, BM_Premultiply);
 
 // ---------------------------------------------------------------- saturation
 void BM_AdjustSaturation(benchmark::State &state)
@@ -169,13 +132,10 @@ void BM_AdjustSaturation(benchmark::State &state)
     }
     report(state, img.bytes(), total / double(state.iterations()), 0);
 }
-BENCHMARK(BM_AdjustSaturation)
-    ->Arg(IMB_FLOAT32)
-    ->Arg(IMB_INT8)
-    ->ArgName("format")
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(5);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_AdjustSaturation", [](benchmark::internal::Benchmark *b) {
+    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)
+        ->Iterations(5);
+}, BM_AdjustSaturation);
 
 // ---------------------------------------------------------------- luma
 void BM_WeightedLumaFromRGBA(benchmark::State &state)
@@ -200,19 +160,15 @@ void BM_WeightedLumaFromRGBA(benchmark::State &state)
     OIIO::ImageBuf in(OIIO::ImageSpec(int(W), int(H), 4, oiioType(format)), img.raster.getPixels());
     OIIO::ImageBuf dst(OIIO::ImageSpec(int(W), int(H), 1, oiioType(format)));
     const float weights[4] = {0.3086f, 0.6094f, 0.082f, 0.0f};
-    const double peer = bestOf([&] { OIIO::ImageBufAlgo::channel_sum(dst, in, weights, {}, 1); });
+    const double peer =
+        imb_bench::bestOf(Clock::thread, [&] { OIIO::ImageBufAlgo::channel_sum(dst, in, weights, {}, 1); });
     report(state, img.bytes(), total / double(state.iterations()), peer);
 }
-BENCHMARK(BM_WeightedLumaFromRGBA)
-    ->Arg(IMB_INT8)
-    ->Arg(IMB_INT16)
-    ->Arg(IMB_INT32)
-    ->Arg(IMB_FLOAT32)
-    ->Arg(IMB_FLOAT16)
-    ->ArgName("format")
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(10);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_WeightedLumaFromRGBA", [](benchmark::internal::Benchmark *b) {
+    for (int f : {IMB_INT8, IMB_INT16, IMB_INT32, IMB_FLOAT32, IMB_FLOAT16})
+        b->Arg(f);
+    b->ArgName("format")->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+}, BM_WeightedLumaFromRGBA);
 
 // ---------------------------------------------------------------- range
 void BM_GetRange(benchmark::State &state)
@@ -231,32 +187,22 @@ void BM_GetRange(benchmark::State &state)
     }
     report(state, img.bytes(), total / double(state.iterations()), 0);
 }
-BENCHMARK(BM_GetRange)
-    ->Arg(IMB_FLOAT32)
-    ->Arg(IMB_INT8)
-    ->Arg(IMB_FLOAT16)
-    ->ArgName("format")
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(10);
+IMB_BENCH_CASES(imb_bench::kOneThread, "BM_GetRange", [](benchmark::internal::Benchmark *b) {
+    b->Arg(IMB_FLOAT32)->Arg(IMB_INT8)->Arg(IMB_FLOAT16)->ArgName("format")->UseManualTime()
+        ->Unit(benchmark::kMillisecond)->Iterations(10);
+}, BM_GetRange);
 
 // ---------------------------------------------------------------- tables
 double wallSeconds(const std::function<void()> &fn)
 {
-    const auto t0 = std::chrono::steady_clock::now();
-    fn();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    return imb_bench::secondsOf(Clock::wall, fn);
 }
 
 // A 4096-sample RGB table of three gamma-like curves on 8-bit RGBA, through
 // the raster's direct tables and through IMB_Lookup::applyLUT, alternately,
-// on `threads` pool threads (0: all the pool offers).
+// on the threads the case is given.
 void BM_ApplyLUTInt8(benchmark::State &state)
 {
-    std::unique_ptr<tbb::global_control> limit;
-    if (state.range(0) > 0)
-        limit = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
-                                                      size_t(state.range(0)));
     IMB_Lookup lut;
     lut.setType(IMB_LUT_RGB);
     lut.setTableSize(4096);
@@ -278,31 +224,14 @@ void BM_ApplyLUTInt8(benchmark::State &state)
     }
     const double mean = ours / double(n);
     state.SetBytesProcessed(n * int64_t(img.bytes()));
-    // The memcpy reference on the same threads: both halves of the image at once.
-    std::vector<unsigned char> copy(img.bytes());
-    double mem = 1e30;
-    for (int i = 0; i < 3; ++i)
-        mem = std::min(mem, wallSeconds([&] {
-                  BAS_ThreadedAlgorithm runner(0);
-                  runner.run([&](int j, int m) {
-                      const size_t chunk = (copy.size() + size_t(m) - 1) / size_t(m), first = chunk * size_t(j);
-                      if (first < copy.size())
-                          std::memcpy(copy.data() + first, img.pristine.data() + first,
-                                      std::min(chunk, copy.size() - first));
-                  });
-                  benchmark::DoNotOptimize(copy.data());
-              }));
-    state.counters["vs_memcpy"] = mean / mem;
+    // The memcpy reference on the same threads: a band of the image per thread.
+    imb_bench::setRatio(state, "vs_memcpy", mean, imb_bench::memcpySeconds(img.bytes(), Clock::wall));
     state.counters["vs_lookup"] = mean / theirs;
     state.counters["lookup_ms"] = theirs * 1e3;
 }
-BENCHMARK(BM_ApplyLUTInt8)
-    ->Arg(0)
-    ->Arg(1)
-    ->ArgName("threads")
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(20);
+IMB_BENCH_CASES(imb_bench::kBothThreads, "BM_ApplyLUTInt8", [](benchmark::internal::Benchmark *b) {
+    b->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+}, BM_ApplyLUTInt8);
 } // namespace
 
 BENCHMARK_MAIN();
