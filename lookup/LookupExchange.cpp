@@ -427,10 +427,11 @@ bool viewForExchange(const IMB_Lookup &lut, ExchangeFormat format, const Exchang
             for (float v : view.cube)
                 top = std::max(top, v);
             const long topValue = std::lround(std::clamp(double(top), 0.0, 1.0) * double((1 << bits) - 1));
-            if (options.outBits != 0 && bits > 8 && topValue <= (1L << (bits == 16 ? 12 : bits - 2)) - 1)
-                return refuse(format, imb_detail::format("its largest value would be read back as a lower depth "
-                                                         "than {} bits (let the writer choose the depth)",
-                                                         bits));
+            if (bits > 8 && topValue <= (1L << (bits == 16 ? 12 : bits - 2)) - 1)
+                return refuse(format, imb_detail::format("its largest value {} is too small for readers, which "
+                                                         "infer the depth from the largest value, to read it back "
+                                                         "as {} bits (write the float form, or 8 bits)",
+                                                         top, bits));
             const double half = 0.5 / double((1 << bits) - 1);
             for (float v : view.cube)
                 if (v < -half || v > 1.0 + half)

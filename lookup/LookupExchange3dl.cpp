@@ -7,7 +7,7 @@
 // Integer depths are not declared by every writer: without the header the
 // output depth is the smallest of 8, 10, 12 and 16 bits that holds the
 // largest value, and the mesh depth likewise from the mesh's largest entry.
-// The writer picks its output depth so that this inference finds it.
+// The writer refuses a depth that this inference would not find.
 //
 // A mesh within 2 steps of even spacing is the plain input grid; any other
 // mesh acts as a 1D table (entry / depth) applied before the cube, which is
@@ -71,24 +71,12 @@ void printReal(ExchangeWriter &w, float v, const char *tail)
 
 int outBits3DL(const ExchangeView &view, const ExchangeOptions &options)
 {
-    float top = 0.0f;
-    for (float v : view.cube)
-        top = std::max(top, v);
-    if (options.outBits != 0)
-    {
-        for (int bits : kDepths)
-            if (bits == options.outBits)
-                return bits;
-        return 0;
-    }
-    // 16 bits unless the largest value would then read as a lower depth.
-    for (int i = 3; i > 0; --i)
-    {
-        const int bits = kDepths[i];
-        if (std::lround(double(top) * ((1 << bits) - 1)) > (1 << kDepths[i - 1]) - 1)
+    if (options.outBits == 0)
+        return 16;
+    for (int bits : kDepths)
+        if (bits == options.outBits)
             return bits;
-    }
-    return 8;
+    return 0;
 }
 
 bool read3DL(FILE *fp, bool headerOnly, IMB_Lookup &lut, ExchangeHeader &h)

@@ -412,7 +412,8 @@ public:
     // 1D tables in ".spi3d" and ".3dl", cubes in ".spi1d", a domain or a
     // pre-table in ".spi3d", and in ".3dl" a pre-table other than one sample
     // per cube edge over 0-1 (written as the mesh); the integer ".3dl" form
-    // refuses values outside 0-1. ".cube" writes a cube with a straight 0-1
+    // refuses values outside 0-1 and a depth readers would not infer (see
+    // ExchangeOptions::outBits). ".cube" writes a cube with a straight 0-1
     // pre-table as DOMAIN_MIN / DOMAIN_MAX and any other pre-table as a 1D
     // table before the cube (with LUT_1D_INPUT_RANGE, the form other tools
     // read). Black and white points, the specific format, the half flag
@@ -433,9 +434,10 @@ public:
         // ".3dl": write the float form (real mesh and triples) instead of
         // the integer form. Other formats ignore it.
         bool floatForm = false;
-        // ".3dl" integer form: the output depth in bits (8, 10, 12 or 16);
-        // 0 chooses 16, or the smallest depth a reader would infer from the
-        // largest value when 16 bits would be misread. The mesh is 10-bit.
+        // ".3dl" integer form: the output depth in bits (8, 10, 12 or 16;
+        // 0 means 16). The mesh is 10-bit. Readers infer the depth from the
+        // largest value, so a table whose largest value would read as a
+        // lower depth is refused (8 bits always reads back).
         int outBits = 0;
     };
     // What an exchange file's header says, for display.

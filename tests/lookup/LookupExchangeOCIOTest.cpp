@@ -1,7 +1,8 @@
 // The exchange files against OpenColorIO's own readers of the formats: a
 // table written here and loaded back is applied to the same float image here
 // and by OpenColorIO through a FileTransform of the same file; so are the
-// files OpenColorIO's baker wrote (tests/data/lookup/baked). 1D tables must
+// files OpenColorIO's baker wrote (tests/data/lookup/baked) and hand-written
+// ones (tests/data/lookup/exchange). 1D tables must
 // agree within 1e-5, cubes (trilinear on both sides) within 1e-4.
 //
 // The images are 512 x 512 (262,144 pixels) sweeping the table's domain with
@@ -130,28 +131,44 @@ TEST_F(ExchangeTempDir, CubeAgreesWithOpenColorIOOnA4KImage)
               1e-4);
 }
 
-struct BakedCase
+struct FileCase
 {
-    const char *file; // in tests/data/lookup/baked
+    const char *folder; // under tests/data/lookup
+    const char *file;
     float lo, hi;
     double agreement;
 };
 
-const BakedCase theBakedCases[] = {
-    {"gamma22_resolve.cube", 0.0f, 1.0f, 1e-5},  {"graded_iridas.cube", 0.0f, 1.0f, 1e-4},
-    {"graded_shaper_resolve.cube", 0.0f, 8.0f, 1e-4}, {"graded_flame.3dl", 0.0f, 1.0f, 1e-4},
-    {"graded_lustre.3dl", 0.0f, 1.0f, 1e-4},     {"graded.csp", 0.0f, 1.0f, 1e-4},
-    {"graded_shaper.csp", 0.0f, 8.0f, 1e-4},
+// Files of OpenColorIO's baker, and hand-written ones that exercise the
+// readers' less common paths (mixed keywords, input ranges, a cube domain,
+// rows in any order, an uneven mesh, a curved shaper).
+const FileCase theFileCases[] = {
+    {"baked", "gamma22_resolve.cube", 0.0f, 1.0f, 1e-5},
+    {"baked", "graded_iridas.cube", 0.0f, 1.0f, 1e-4},
+    {"baked", "graded_shaper_resolve.cube", 0.0f, 8.0f, 1e-4},
+    {"baked", "graded_flame.3dl", 0.0f, 1.0f, 1e-4},
+    {"baked", "graded_lustre.3dl", 0.0f, 1.0f, 1e-4},
+    {"baked", "graded.csp", 0.0f, 1.0f, 1e-4},
+    {"baked", "graded_shaper.csp", 0.0f, 8.0f, 1e-4},
+    {"exchange", "title_domain.cube", 0.0f, 2.0f, 1e-5},
+    {"exchange", "shaper_range.cube", 0.0f, 4.0f, 1e-4},
+    {"exchange", "domain3d.cube", -1.0f, 2.0f, 1e-4},
+    {"exchange", "one_component.spi1d", -0.5f, 1.5f, 1e-5},
+    {"exchange", "three_components.spi1d", 0.0f, 1.0f, 1e-5},
+    {"exchange", "shuffled.spi3d", 0.0f, 1.0f, 1e-4},
+    {"exchange", "uneven_mesh.3dl", 0.0f, 1.0f, 1e-4},
+    {"exchange", "three_point.csp", 0.0f, 2.0f, 1e-4},
+    {"exchange", "straight.csp", 0.0f, 2.0f, 1e-5},
 };
 
-class ExchangeBaked : public testing::TestWithParam<BakedCase>
+class ExchangeFile : public testing::TestWithParam<FileCase>
 {
 };
 
-TEST_P(ExchangeBaked, LoadsAndAgreesWithOpenColorIO)
+TEST_P(ExchangeFile, LoadsAndAgreesWithOpenColorIO)
 {
-    const BakedCase &c = GetParam();
-    const std::string dir = std::string(IMB_TEST_DATA_DIR) + "/lookup/baked";
+    const FileCase &c = GetParam();
+    const std::string dir = std::string(IMB_TEST_DATA_DIR) + "/lookup/" + c.folder;
     IMB_Lookup lut;
     ASSERT_TRUE(lut.load((dir + "/" + c.file).c_str(), false));
     const int w = 512, h = 512;
@@ -160,8 +177,8 @@ TEST_P(ExchangeBaked, LoadsAndAgreesWithOpenColorIO)
               c.agreement);
 }
 
-INSTANTIATE_TEST_SUITE_P(Baker, ExchangeBaked, testing::ValuesIn(theBakedCases),
-                         [](const testing::TestParamInfo<BakedCase> &i) {
+INSTANTIATE_TEST_SUITE_P(Files, ExchangeFile, testing::ValuesIn(theFileCases),
+                         [](const testing::TestParamInfo<FileCase> &i) {
                              std::string s = i.param.file;
                              for (char &ch : s)
                                  if (ch == '.')
