@@ -68,6 +68,7 @@ bool ExchangeLines::next(std::string_view &line)
             if (len > 0 && start[len - 1] == '\r')
                 --len;
             line = std::string_view(start, len);
+            dropByteOrderMark(line);
             return true;
         }
         scanned = myEnd - myBegin;
@@ -83,9 +84,17 @@ bool ExchangeLines::next(std::string_view &line)
             if (len > 0 && start[len - 1] == '\r')
                 --len;
             line = std::string_view(start, len);
+            dropByteOrderMark(line);
             return true;
         }
     }
+}
+
+void ExchangeLines::dropByteOrderMark(std::string_view &line) const
+{
+    // Editors on some systems start text files with a UTF-8 byte-order mark.
+    if (myLineNumber == 1 && line.size() >= 3 && line.substr(0, 3) == "\xEF\xBB\xBF")
+        line.remove_prefix(3);
 }
 
 // ---------------------------------------------------------------- words

@@ -30,7 +30,8 @@ constexpr int kMaxShaperPoints = 4 * 65536;
 constexpr int kShaperSamples = 65536;
 
 // Reads a stream one line at a time through a 64 KiB buffer: the line end
-// ("\n", "\r\n" or a last line without one) is removed. Memory stays bounded
+// ("\n", "\r\n" or a last line without one) is removed, and a UTF-8
+// byte-order mark before the first line. Memory stays bounded
 // by kMaxExchangeLine whatever the input; a longer line ends the reading
 // (tooLong() then says so).
 class ExchangeLines
@@ -50,6 +51,7 @@ public:
 
 private:
     bool fill();
+    void dropByteOrderMark(std::string_view &line) const;
 
     FILE *myFile;
     std::vector<char> myBuffer = std::vector<char>(std::size_t(1) << 16);

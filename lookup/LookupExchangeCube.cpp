@@ -32,6 +32,8 @@ bool validDomain(const float *lo, const float *hi)
     return true;
 }
 
+// An interval given per channel, and where. DOMAIN_MIN and DOMAIN_MAX each
+// keep their three values in `lo`.
 struct GivenDomain
 {
     bool given = false;

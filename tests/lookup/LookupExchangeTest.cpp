@@ -178,6 +178,17 @@ TEST_F(ExchangeFiles, ThreeDLRowsRunBlueFastestAndTheFloatFormKeepsValues)
     EXPECT_EQ(got, cube);
 }
 
+TEST_F(ExchangeFiles, ReadersTakeCarriageReturnsAndAByteOrderMark)
+{
+    IMB_Lookup lut;
+    std::string messages;
+    EXPECT_TRUE(loadText(lut, IMB_Lookup::EXCHANGE_CUBE,
+                         "\xEF\xBB\xBFTITLE \"t\"\r\nLUT_1D_SIZE 2\r\n0 0 0\r\n1 0.5 1", messages))
+        << messages;
+    EXPECT_EQ(lut.getType(), IMB_LUT_RGB);
+    EXPECT_EQ(track(lut, 1), (std::vector<double>{0.0, 0.5}));
+}
+
 TEST_F(ExchangeFiles, HeadersReportTheirFactsAndLeaveTheTableEmpty)
 {
     struct Case
