@@ -320,6 +320,8 @@ bool viewForExchange(const IMB_Lookup &lut, ExchangeFormat format, const Exchang
                      ExchangeView &view)
 {
     view = ExchangeView();
+    if (!lut.isValid())
+        return refuse(format, "the table is empty");
     const int32 type = lut.getType();
     const int32 base = type & ~IMB_LUT_LOG_SAMPLING;
     if (type & IMB_LUT_LOG_SAMPLING)

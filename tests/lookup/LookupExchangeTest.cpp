@@ -357,7 +357,7 @@ const RefusalCase theRefusals[] = {
     {"a.csp", withRange, "output range is 0 to 1023"},
     {"a.spi1d", sharedWithAlpha, "alpha"},
     {"a.cube", redOnly, "one channel"},
-    {"a.cube", empty, "alpha"}, // an empty table is of type "All"
+    {"a.cube", empty, "empty"},
     {"a.spi3d", rgb, "1D table"},
     {"a.3dl", rgb, "1D table"},
     {"a.spi1d", cube5, "is a cube"},
