@@ -371,6 +371,8 @@ public:
     // Empties the table, then loads ".lut" (text), ".blut" (binary) or an
     // exchange file by its extension (other extensions fail unless a filter
     // serves them); the result is that of correctLUT after a successful read.
+    // With `headerOnly` an exchange file is only checked as far as its
+    // header and the table stays empty (see loadExchange).
     bool load(const char *path, bool headerOnly);
     // Writes the binary form ("ZLUT"), samples as float32 or half16.
     bool saveBinary(FILE *fp, bool half) const;
