@@ -1,5 +1,6 @@
 // Saving and loading lookup tables by path: variable expansion, the "LUTio"
-// filters, and the choice between the text and the binary form.
+// filters, and the choice between the text form, the binary form and the
+// exchange formats by extension.
 #include <IMB/IMB_Lookup.h>
 #include <IMB/platform/BAS_IOTable.h>
 #include <IMB/platform/CRV_Clip.h>
@@ -34,6 +35,16 @@ bool closeReadPipe(FILE *pipe)
 
 bool IMB_Lookup::save(const char *path, bool half) const
 {
+    return saveByPath(path, half, ExchangeOptions());
+}
+
+bool IMB_Lookup::save(const char *path, const ExchangeOptions &options) const
+{
+    return saveByPath(path, false, options);
+}
+
+bool IMB_Lookup::saveByPath(const char *path, bool half, const ExchangeOptions &options) const
+{
     if (!path)
         return false;
     const std::string file = BASexpandPath(path);
@@ -52,6 +63,25 @@ bool IMB_Lookup::save(const char *path, bool half) const
         const bool ok = filter.extension.find(".blut") != std::string::npos ? saveBinary(pipe, half) : save(pipe);
         const bool closed = pclose(pipe) == 0;
         return ok && closed;
+    }
+
+    // Exchange extensions (matched without regard to case) write their
+    // format; a table the format cannot hold is refused before the file is
+    // opened, so nothing is left behind.
+    const ExchangeFormat exchange = exchangeFormatOf(file.c_str());
+    if (exchange != EXCHANGE_NONE)
+    {
+        if (!canSaveExchange(exchange, options))
+            return false;
+        FILE *fp = std::fopen(file.c_str(), "wb");
+        if (!fp)
+            return false;
+        bool ok = saveExchange(fp, exchange, options);
+        ok = !std::ferror(fp) && ok;
+        ok = (std::fclose(fp) == 0) && ok;
+        if (!ok)
+            std::remove(file.c_str());
+        return ok;
     }
 
     const bool binary = endsWith(file, ".blut");
@@ -100,6 +130,14 @@ bool IMB_Lookup::load(const char *path, bool headerOnly)
         if (!fp)
             return false;
         ok = binary ? loadBinary(fp, headerOnly) : load(fp, headerOnly);
+        std::fclose(fp);
+    }
+    else if (const ExchangeFormat exchange = exchangeFormatOf(file.c_str()); exchange != EXCHANGE_NONE)
+    {
+        FILE *fp = std::fopen(file.c_str(), "rb");
+        if (!fp)
+            return false;
+        ok = loadExchange(fp, exchange, headerOnly);
         std::fclose(fp);
     }
     else

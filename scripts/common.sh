@@ -13,7 +13,7 @@ IMB_PACKAGES=(
   libopencolorio-dev libtbb-dev libfmt-dev rapidjson-dev libhwy-dev
   libopenimageio-dev libcli11-dev libopenexr-dev
   python3-dev pybind11-dev python3-numpy python3-pytest python3-openimageio
-  openimageio-tools
+  openimageio-tools opencolorio-tools
 )
 
 # Installs whatever of IMB_PACKAGES is missing: one apt-get update, one

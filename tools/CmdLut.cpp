@@ -1,5 +1,6 @@
 // imbtool lut: build, inspect, convert, invert, merge and apply lookup-table
-// files (".lut" text, ".blut" binary).
+// files (".lut" text, ".blut" binary, and the exchange formats ".cube",
+// ".spi1d", ".spi3d", ".3dl" and ".csp").
 #include "Command.h"
 
 #include <IMB/IMB.h>
@@ -7,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -50,7 +52,8 @@ void loadOrFail(IMB_Lookup &lut, const std::string &path, bool headerOnly = fals
 {
     if (!lut.load(path.c_str(), headerOnly))
         throw imbtool::Failure("cannot load lookup table \"" + path +
-                               "\" (a .lut or .blut file with a usable domain is needed)");
+                               "\" (a .lut, .blut, .cube, .spi1d, .spi3d, .3dl or .csp file with a usable domain "
+                               "is needed)");
 }
 
 void saveOrFail(const IMB_Lookup &lut, const std::string &path, bool half)
@@ -102,8 +105,49 @@ void runBuild(const BuildOptions &o)
 }
 
 // ------------------------------------------------------------ lut info
+// The header facts of an exchange file, then what the table becomes here.
+void runExchangeInfo(const std::string &path, IMB_Lookup::ExchangeFormat format)
+{
+    FILE *fp = std::fopen(path.c_str(), "rb");
+    if (!fp)
+        throw imbtool::Failure("cannot open \"" + path + "\"");
+    IMB_Lookup lut;
+    IMB_Lookup::ExchangeHeader h;
+    const bool ok = lut.loadExchange(fp, format, true, &h);
+    std::fclose(fp);
+    if (!ok)
+        throw imbtool::Failure("cannot read the header of \"" + path + "\"");
+    fmt::print("file      {}\n", path);
+    fmt::print("format    {}{}\n", IMB_Lookup::exchangeExtension(format),
+               format == IMB_Lookup::EXCHANGE_3DL ? (h.floatForm ? " (float form)" : " (integer form)") : "");
+    if (!h.title.empty())
+        fmt::print("title     {}\n", h.title);
+    if (h.size1D)
+        fmt::print("1D        {} entries{}\n", h.size1D,
+                   h.components ? fmt::format(", {} component(s)", h.components) : std::string());
+    if (h.size3D)
+        fmt::print("cube      edge {}\n", h.size3D);
+    if (h.shaperPoints)
+        fmt::print("{}{} points\n", format == IMB_Lookup::EXCHANGE_3DL ? "mesh      " : "shaper    ", h.shaperPoints);
+    if (h.inBits)
+        fmt::print("depths    mesh {} bits, output {} bits\n", h.inBits, h.outBits);
+    if (h.domainMin[0] == h.domainMin[1] && h.domainMin[1] == h.domainMin[2] && h.domainMax[0] == h.domainMax[1] &&
+        h.domainMax[1] == h.domainMax[2])
+        fmt::print("domain    {} .. {}\n", h.domainMin[0], h.domainMax[0]);
+    else
+        fmt::print("domain    {} {} {} .. {} {} {}\n", h.domainMin[0], h.domainMin[1], h.domainMin[2], h.domainMax[0],
+                   h.domainMax[1], h.domainMax[2]);
+    IMB_Lookup whole;
+    loadOrFail(whole, path);
+    float lo, hi;
+    whole.getDomain(lo, hi);
+    fmt::print("as table  {}, domain {} .. {}\n", summary(whole), lo, hi);
+}
+
 void runInfo(const std::string &path)
 {
+    if (const auto format = IMB_Lookup::exchangeFormatOf(path.c_str()); format != IMB_Lookup::EXCHANGE_NONE)
+        return runExchangeInfo(path, format);
     IMB_Lookup lut;
     loadOrFail(lut, path, true);
     float lo, hi;
@@ -137,12 +181,25 @@ void runInfo(const std::string &path)
 }
 
 // ------------------------------------------------------------ lut convert
-void runConvert(const std::string &in, const std::string &out, bool half)
+struct ConvertOptions
+{
+    std::string in, out;
+    bool half = false;
+    IMB_Lookup::ExchangeOptions exchange;
+};
+
+void runConvert(const ConvertOptions &o)
 {
     IMB_Lookup lut;
-    loadOrFail(lut, in);
-    saveOrFail(lut, out, half);
-    fmt::print("read {}: {}\nwrote {}\n", in, summary(lut), out);
+    loadOrFail(lut, o.in);
+    // A format that cannot hold the table says why on stderr and writes
+    // nothing.
+    const bool ok = IMB_Lookup::exchangeFormatOf(o.out.c_str()) != IMB_Lookup::EXCHANGE_NONE
+                        ? lut.save(o.out.c_str(), o.exchange)
+                        : lut.save(o.out.c_str(), o.half);
+    if (!ok)
+        throw imbtool::Failure("cannot save lookup table \"" + o.out + "\"");
+    fmt::print("read {}: {}\nwrote {}\n", o.in, summary(lut), o.out);
 }
 
 // ------------------------------------------------------------ lut invert
@@ -218,7 +275,8 @@ void setupLut(CLI::App &app)
     b->callback([build]() { runBuild(*build); });
 
     auto infoPath = std::make_shared<std::string>();
-    CLI::App *i = lut->add_subcommand("info", "Print the header of a table file (no samples are read)");
+    CLI::App *i = lut->add_subcommand("info", "Print the header of a table file (no samples are read, except for the "
+                                              "exchange formats, whose table is also loaded and summarised)");
     i->add_option("FILE", *infoPath, "Table file")->required();
     i->callback([infoPath]() { runInfo(*infoPath); });
 
@@ -228,12 +286,16 @@ void setupLut(CLI::App &app)
         bool half = false;
         int size = 0;
     };
-    auto conv = std::make_shared<TwoFiles>();
-    CLI::App *c = lut->add_subcommand("convert", "Read a table and write it in the form of the output's extension");
+    auto conv = std::make_shared<ConvertOptions>();
+    CLI::App *c = lut->add_subcommand("convert", "Read a table and write it in the form of the output's extension "
+                                                 "(.lut, .blut, .cube, .spi1d, .spi3d, .3dl, .csp)");
     c->add_option("IN", conv->in, "Input table")->required();
     c->add_option("OUT", conv->out, "Output table")->required();
     c->add_flag("--half", conv->half, "Store half-precision samples (binary files)");
-    c->callback([conv]() { runConvert(conv->in, conv->out, conv->half); });
+    c->add_flag("--3dl-float", conv->exchange.floatForm, "Write .3dl files in the float form");
+    c->add_option("--3dl-bits", conv->exchange.outBits, "Output depth of integer .3dl files: 8, 10, 12 or 16")
+        ->check(CLI::IsMember({8, 10, 12, 16}));
+    c->callback([conv]() { runConvert(*conv); });
 
     auto inv = std::make_shared<TwoFiles>();
     CLI::App *v = lut->add_subcommand("invert", "Replace every 1D track by its inverse function");

@@ -6,7 +6,9 @@
 // optional logarithmic sampling of the input and two opaque display handles.
 // It is built analytically (gamma, sRGB, Rec.709), from colour transforms, or
 // loaded from a text (".lut") or binary (".blut") file, then evaluated for
-// single values or applied to every pixel of an IMB_Raster.
+// single values or applied to every pixel of an IMB_Raster. Tables are also
+// exchanged with grading and compositing tools as ".cube", ".spi1d",
+// ".spi3d", ".3dl" and ".csp" files (see "exchange files" below).
 //
 // Ownership: the object owns its clip and cube; the display handles belong
 // to the host, the object only asks IMB_IsTexture_cb / IMB_DeleteTextures_cb
@@ -23,6 +25,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 class CRV_Clip;
 class IMB_Raster;
@@ -360,16 +363,124 @@ public:
     // Does not run correctLUT.
     bool load(FILE *fp, bool headerOnly);
     // Saves to a path: the binary form for ".blut" (float or half samples by
-    // `half`), else the text form; I/O filters of the "LUTio" table apply.
+    // `half`), the exchange format of an exchange extension (see
+    // exchangeFormatOf; default writer options, refused with a message and
+    // no file written when the format cannot hold the table), else the text
+    // form; I/O filters of the "LUTio" table apply first.
     bool save(const char *path, bool half) const;
-    // Empties the table, then loads ".lut" (text) or ".blut" (binary) files
-    // (other extensions fail unless a filter serves them); the result is that
-    // of correctLUT after a successful read.
+    // Empties the table, then loads ".lut" (text), ".blut" (binary) or an
+    // exchange file by its extension (other extensions fail unless a filter
+    // serves them); the result is that of correctLUT after a successful read.
+    // With `headerOnly` an exchange file is only checked as far as its
+    // header and the table stays empty (see loadExchange).
     bool load(const char *path, bool headerOnly);
     // Writes the binary form ("ZLUT"), samples as float32 or half16.
     bool saveBinary(FILE *fp, bool half) const;
     // Reads the binary form; with `headerOnly` stops before the samples.
     bool loadBinary(FILE *fp, bool headerOnly);
+
+    // ------------------------------------------------------------ exchange files
+    // The formats other tools exchange. Each maps onto the model as follows.
+    //  ".cube": LUT_1D_SIZE and/or LUT_3D_SIZE, DOMAIN_MIN / DOMAIN_MAX (the
+    //    input domain of the file's first table), LUT_1D_INPUT_RANGE /
+    //    LUT_3D_INPUT_RANGE, TITLE and "#" comments; rows of three numbers,
+    //    the 1D rows first, the cube red fastest. A 1D file gives "C" (all
+    //    columns equal) or "RGB"; a cube over 0-1 gives "3D"; a cube over
+    //    another domain gives "3D+1D" with the pre-table 0, 1 over it; a 1D
+    //    and a cube in one file give "3D+1D" whose pre-table is the 1D
+    //    (its columns must be equal) rescaled into the cube's input range.
+    //  ".spi1d": From, Length, Components 1 ("C") or 3 ("RGB").
+    //  ".spi3d": a cube over 0-1 of "i j k r g b" rows in any order.
+    //  ".3dl": the input mesh line, then integer (or, in the float form,
+    //    real) triples, blue fastest; the optional "3DMESH" / "Mesh a b"
+    //    header gives the output depth, else it is the smallest of 8, 10,
+    //    12 and 16 bits that holds the largest value. A mesh that is not
+    //    evenly spaced (any entry 2 or more steps of the input depth away)
+    //    is the pre-table of a "3D+1D" table.
+    //  ".csp": the pre-LUT shaper (equal for the three channels) and a 1D
+    //    table or a cube. A two-point shaper is a straight map (for a 1D
+    //    table it must map its inputs onto 0 and 1, giving the domain);
+    //    more points are a smooth curve through them (cubic, slopes from the
+    //    neighbouring points, like the tools that write the format),
+    //    resampled into a 65536-sample pre-table over the shaper's inputs.
+    // Every domain must be the same for the three channels. Values must be
+    // finite. A file whose sizes exceed those of the model (65536 samples,
+    // cube edge 256) is refused before anything is allocated. A malformed
+    // file gives a message with its line number and false.
+    // On saving, a table the format cannot hold is refused with a message
+    // (false, nothing written): log sampling, an output range other than
+    // 0-1, an alpha table ("A", "RGBA", "All"), a single-channel table, an
+    // empty table, a plain cube with a domain other than 0-1; per format,
+    // 1D tables in ".spi3d" and ".3dl", cubes in ".spi1d", a domain or a
+    // pre-table in ".spi3d", and in ".3dl" a pre-table other than one sample
+    // per cube edge over 0-1 (written as the mesh); the integer ".3dl" form
+    // refuses values outside 0-1 and a depth readers would not infer (see
+    // ExchangeOptions::outBits). ".cube" writes a cube with a straight 0-1
+    // pre-table as DOMAIN_MIN / DOMAIN_MAX and any other pre-table as a 1D
+    // table before the cube (with LUT_1D_INPUT_RANGE, the form other tools
+    // read). Black and white points, the specific format, the half flag
+    // and the log bias are display settings, not table content, and are not
+    // written.
+    enum ExchangeFormat : int32
+    {
+        EXCHANGE_NONE = 0,
+        EXCHANGE_CUBE = 1,  // ".cube"
+        EXCHANGE_SPI1D = 2, // ".spi1d"
+        EXCHANGE_SPI3D = 3, // ".spi3d"
+        EXCHANGE_3DL = 4,   // ".3dl"
+        EXCHANGE_CSP = 5,   // ".csp"
+    };
+    // Options of the exchange writers.
+    struct ExchangeOptions
+    {
+        // ".3dl": write the float form (real mesh and triples) instead of
+        // the integer form. Other formats ignore it.
+        bool floatForm = false;
+        // ".3dl" integer form: the output depth in bits (8, 10, 12 or 16;
+        // 0 means 16). The mesh is 10-bit. Readers infer the depth from the
+        // largest value, so a table whose largest value would read as a
+        // lower depth is refused (8 bits always reads back).
+        int outBits = 0;
+    };
+    // What an exchange file's header says, for display.
+    struct ExchangeHeader
+    {
+        ExchangeFormat format = EXCHANGE_NONE;
+        std::string title;       // TITLE (".cube"), first metadata line (".csp")
+        int size1D = 0;          // 1D entries (".cube", ".spi1d", ".csp")
+        int size3D = 0;          // cube edge
+        int components = 0;      // ".spi1d" components
+        int shaperPoints = 0;    // ".csp" shaper points, ".3dl" mesh entries
+        int inBits = 0;          // ".3dl" integer form: mesh depth
+        int outBits = 0;         // ".3dl" integer form: output depth
+        bool floatForm = false;  // ".3dl" float form
+        float domainMin[3] = {0.0f, 0.0f, 0.0f}; // input domain of the file
+        float domainMax[3] = {1.0f, 1.0f, 1.0f};
+    };
+    // The exchange format of a path by its extension, compared without
+    // regard to case (".CUBE" is a cube file); EXCHANGE_NONE for any other
+    // extension (".lut" and ".blut" included) or a null path.
+    static ExchangeFormat exchangeFormatOf(const char *path);
+    // The extension of a format (".cube"...), "" for EXCHANGE_NONE.
+    static const char *exchangeExtension(ExchangeFormat format);
+    // Replaces this table by the exchange file read from `fp` (the table is
+    // reset first). With `headerOnly` only the header is read: `header` is
+    // filled and the table stays empty. `header` may be null. False, with a
+    // message naming the line, on a malformed file or one the model cannot
+    // hold (the table is then reset). Does not run correctLUT.
+    bool loadExchange(FILE *fp, ExchangeFormat format, bool headerOnly, ExchangeHeader *header = nullptr);
+    // True when `format` can hold this table with the writer `options`
+    // (default options without them); otherwise prints why and returns false
+    // (see the list above).
+    bool canSaveExchange(ExchangeFormat format, const ExchangeOptions &options) const;
+    bool canSaveExchange(ExchangeFormat format) const;
+    // Writes this table in `format` to `fp` with the writer `options`
+    // (default options without them). Refused as canSaveExchange refuses,
+    // before anything is written; false also on a write error.
+    bool saveExchange(FILE *fp, ExchangeFormat format, const ExchangeOptions &options) const;
+    bool saveExchange(FILE *fp, ExchangeFormat format) const;
+    // As save(path, false), with `options` for the exchange writers.
+    bool save(const char *path, const ExchangeOptions &options) const;
 
 private:
     // Library code outside the class reaches the private steps below
@@ -403,6 +514,8 @@ private:
     // default for floating-point dest spaces; else 0-1 uniform with false.
     static bool fetchAllocationVars(const IMB_OCIO::ColorSpace *src, const IMB_OCIO::ColorSpace *dest,
                                     bool &uniform, double &min, double &max, double &offset);
+    // Both path-level saves: filters, exchange formats, binary and text.
+    bool saveByPath(const char *path, bool half, const ExchangeOptions &options) const;
     // Text-form helpers of save(FILE *): the 1D blocks and the cube block.
     void save1D(FILE *fp) const;
     void save3D(FILE *fp) const;
