@@ -106,17 +106,26 @@ double memcpyTime(std::size_t bytes)
 // threads each store kStoresPerThread samples into it, and the pixel is
 // closed (untimed). Only the store phase is timed (manual time), so the
 // buffers have reached their size and the rate is that of a reused
-// accumulator.
-constexpr int kStoresPerThread = 4096;
+// accumulator. Each thread stores enough samples (a few hundred
+// microseconds) that waking the helper threads does not count. With
+// `shared` 0 every thread stores into a pixel of its own: the same work
+// without a lock to share, the floor of the shared case. The one-thread case
+// runs while the program has no other thread, as a single-threaded caller
+// does (the lock then uses plain stores, as the C library's own locks do).
+constexpr int kStoresPerThread = 65536;
 
 void BM_RawStore(benchmark::State &state)
 {
     const int threads = static_cast<int>(state.range(0));
-    IMB_DeepPixel pixel(colourOpacity(), 8);
+    const bool shared = state.range(1) != 0;
+    std::vector<std::unique_ptr<IMB_DeepPixel>> pixels;
+    for (int t = 0; t < (shared ? 1 : threads); ++t)
+        pixels.emplace_back(new IMB_DeepPixel(colourOpacity(), 8));
     std::vector<std::vector<Sample>> samples;
     for (int t = 0; t < threads; ++t)
         samples.push_back(makeSamples(kStoresPerThread, 1 + static_cast<unsigned>(t)));
     auto storeAll = [&](int t) {
+        IMB_DeepPixel &pixel = *pixels[shared ? 0 : static_cast<std::size_t>(t)];
         for (const Sample &s : samples[static_cast<std::size_t>(t)])
             pixel.store(s.zf, s.zb, s.v, 0, t);
     };
@@ -148,7 +157,8 @@ void BM_RawStore(benchmark::State &state)
     double timed = 0;
     for (auto _ : state)
     {
-        pixel.startPixel(0, 0, false);
+        for (auto &p : pixels)
+            p->startPixel(0, 0, false);
         const auto t0 = Clock::now();
         ++rounds;
         generation.store(rounds);
@@ -158,8 +168,11 @@ void BM_RawStore(benchmark::State &state)
         const double t = std::chrono::duration<double>(Clock::now() - t0).count();
         timed += t;
         state.SetIterationTime(t);
-        ListPtr out = pixel.closePixel(nullptr);
-        benchmark::DoNotOptimize(out.get());
+        for (auto &p : pixels)
+        {
+            ListPtr out = p->closePixel(nullptr);
+            benchmark::DoNotOptimize(out.get());
+        }
     }
     quit.store(true);
     for (std::thread &h : helpers)
@@ -169,7 +182,7 @@ void BM_RawStore(benchmark::State &state)
     state.SetBytesProcessed(stores * static_cast<int64_t>(kSampleBytes));
     state.counters["vs_memcpy"] = timed / static_cast<double>(state.iterations()) / ref;
 }
-BENCHMARK(BM_RawStore)->ArgName("threads")->Arg(1)->Arg(2)->UseManualTime();
+BENCHMARK(BM_RawStore)->ArgNames({"threads", "shared"})->Args({1, 1})->Args({2, 1})->Args({2, 0})->UseManualTime();
 
 // ---------------------------------------------------------------- close
 
