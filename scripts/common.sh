@@ -81,7 +81,7 @@ imb_stage_end() {
   imb_cpu_seconds
   local c=$((IMB_CPU - IMB_STAGE_CPU))
   local line
-  line=$(printf '%-44s %3dm%02ds  (cpu %3dm%02ds)' "$IMB_STAGE_NAME" $((t / 60)) $((t % 60)) \
+  line=$(printf '%-52s %3dm%02ds  (cpu %3dm%02ds)' "$IMB_STAGE_NAME" $((t / 60)) $((t % 60)) \
     $((c / 60)) $((c % 60)))
   echo "-- time: $line"
   IMB_STAGE_LINES+=("$line")
@@ -103,7 +103,7 @@ imb_stage_summary() {
   echo "== stage times"
   local line
   for line in "${IMB_STAGE_LINES[@]}"; do echo "   $line"; done
-  printf '   %-44s %3dm%02ds  (cpu %3dm%02ds)\n' "total" $((t / 60)) $((t % 60)) $((c / 60)) $((c % 60))
+  printf '   %-52s %3dm%02ds  (cpu %3dm%02ds)\n' "total" $((t / 60)) $((t % 60)) $((c / 60)) $((c % 60))
 }
 
 # ---------------------------------------------------------------- fuzzing
