@@ -151,8 +151,10 @@ imb_fuzz_seeds() {
 # LOG. The library's messages about rejected inputs go to the standard error
 # stream; -close_fd_mask=2 sends the target's stderr to /dev/null (libFuzzer
 # and the sanitizers keep writing their reports to the log), so runs spend
-# their time fuzzing rather than writing megabytes of messages. Crash inputs
-# land in $IMB_FUZZ_BUILD/artifacts/.
+# their time fuzzing rather than writing megabytes of messages. An input
+# still running after 60 seconds counts as a hang: on a busy two-core machine
+# a single input of a few microseconds has stalled for 17 seconds. Crash
+# inputs land in $IMB_FUZZ_BUILD/artifacts/.
 imb_fuzz() {
   local name=$1 log=$2
   shift 2
@@ -160,7 +162,7 @@ imb_fuzz() {
   [ -f "$IMB_ROOT/fuzz/$name.dict" ] && dict=("-dict=$IMB_ROOT/fuzz/$name.dict")
   mkdir -p "$IMB_ROOT/$IMB_FUZZ_BUILD/artifacts"
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-    "$IMB_ROOT/$IMB_FUZZ_BUILD/fuzz/fuzz_$name" -rss_limit_mb=2048 -timeout=10 \
+    "$IMB_ROOT/$IMB_FUZZ_BUILD/fuzz/fuzz_$name" -rss_limit_mb=2048 -timeout=60 \
     -close_fd_mask=2 -print_final_stats=1 \
     -artifact_prefix="$IMB_ROOT/$IMB_FUZZ_BUILD/artifacts/$name-" "${dict[@]}" "$@" > "$log" 2>&1
 }
