@@ -29,7 +29,7 @@ class IMB_Raster;
 
 // How convert8Bit spreads the rounding error when it reduces a raster to 8
 // bits. Every method is deterministic: the same pixels give the same bytes.
-enum IMB_Dither
+enum IMB_Dither : int32
 {
     IMB_DITHER_NONE = 0,            // round to nearest, exactly as IMB_Fill does
     IMB_DITHER_BAYER4 = 1,          // ordered, 4x4 Bayer matrix
