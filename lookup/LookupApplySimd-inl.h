@@ -436,6 +436,55 @@ void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
         float *block = data + 4 * first;
         for (int at = 0; at < kBlock; at += 8)
             locate8(block + 4 * at, at);
+#if HWY_TARGET <= HWY_AVX3
+        // Four pixels a step, one per 128-bit quarter of a 512-bit vector;
+        // alpha is left alone by a masked store.
+        const __m512i quarterOf = _mm512_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
+        const __m512 skip4 = _mm512_set1_ps(kCubeSkip);
+        for (int j = 0; j < kBlock; j += 4)
+        {
+            float *px = block + 4 * j;
+            if ((cell[j] | cell[j + 1] | cell[j + 2] | cell[j + 3]) < 0)
+            {
+                // A pixel with a NaN: the four go through the scalar rule.
+                LutSpan four;
+                four.comp[0] = px;
+                four.comp[1] = px + 1;
+                four.comp[2] = px + 2;
+                four.step = 4;
+                four.count = 4;
+                walkFloat3D<CubeInput::Linear, true>(p, four);
+                continue;
+            }
+            const float *c0 = cube + cell[j], *c1 = cube + cell[j + 1], *c2 = cube + cell[j + 2],
+                        *c3 = cube + cell[j + 3];
+            auto corner = [&](std::ptrdiff_t o) {
+                __m512 v = _mm512_castps128_ps512(_mm_loadu_ps(c0 + o));
+                v = _mm512_insertf32x4(v, _mm_loadu_ps(c1 + o), 1);
+                v = _mm512_insertf32x4(v, _mm_loadu_ps(c2 + o), 2);
+                return _mm512_insertf32x4(v, _mm_loadu_ps(c3 + o), 3);
+            };
+            auto fracs4 = [&](int a) {
+                return _mm512_permutexvar_ps(quarterOf, _mm512_castps128_ps512(_mm_load_ps(&frac[a][j])));
+            };
+            // a + (b - a) * f, or a where the quarter's fraction is within kCubeSkip.
+            auto lerp4 = [](__m512 a, __m512 b, __m512 f, __mmask16 keep) {
+                return _mm512_mask_blend_ps(keep, _mm512_add_ps(a, _mm512_mul_ps(_mm512_sub_ps(b, a), f)), a);
+            };
+            const __m512 fr = fracs4(0), fg = fracs4(1), fb = fracs4(2);
+            const __mmask16 sr = _mm512_cmp_ps_mask(fr, skip4, _CMP_LE_OQ),
+                            sg = _mm512_cmp_ps_mask(fg, skip4, _CMP_LE_OQ),
+                            sb = _mm512_cmp_ps_mask(fb, skip4, _CMP_LE_OQ);
+            __m512 v00 = lerp4(corner(0), corner(dr), fr, sr);
+            __m512 v10 = lerp4(corner(dg), corner(dr + dg), fr, sr);
+            __m512 v01 = lerp4(corner(db), corner(dr + db), fr, sr);
+            __m512 v11 = lerp4(corner(dg + db), corner(dr + dg + db), fr, sr);
+            v00 = lerp4(v00, v10, fg, sg);
+            v01 = lerp4(v01, v11, fg, sg);
+            v00 = lerp4(v00, v01, fb, sb);
+            _mm512_mask_storeu_ps(px, 0x7777, v00);
+        }
+#else
         for (int j = 0; j < kBlock; j += 2)
         {
             float *px = block + 4 * j;
@@ -464,6 +513,7 @@ void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
             v00 = lerp(v00, v01, fb, sb);
             _mm256_storeu_ps(px, _mm256_blendv_ps(v00, _mm256_loadu_ps(px), alphaLanes));
         }
+#endif
     }
     if (whole < count)
     {
