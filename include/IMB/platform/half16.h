@@ -9,7 +9,9 @@
 //    into the exponent is the correct next binade, up to infinity);
 //  - full conversion (table entry 0): zeros keep their sign, results below the
 //    normal range become denormals rounded to nearest even, results above it
-//    become infinity, NaN stays NaN (quiet, sign and top payload bits kept).
+//    become infinity, NaN stays NaN: its sign and top ten payload bits are
+//    kept (a signalling NaN stays signalling), and a payload whose top bits
+//    are all zero becomes 1 so that the result is not an infinity.
 // Half to float is exact, through a 65536-entry table.
 // A plain 16-bit value type; free-threaded.
 #pragma once
