@@ -4,48 +4,32 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 namespace
 {
+auto corners(const IMB_FillArea &a)
+{
+    return std::make_tuple(a.x1, a.y1, a.x2, a.y2);
+}
+
 TEST(FillParms, DefaultBlockHasEmptyAreasFastTypesAndEmptyGammaTables)
 {
     IMB_FillParms p;
-    EXPECT_EQ(p.mySource, nullptr);
-    EXPECT_EQ(p.myDest, nullptr);
-    EXPECT_EQ(p.mySourceType, IMB_INT8);
-    EXPECT_EQ(p.myDestType, IMB_INT8);
-    EXPECT_EQ(p.mySourceArea.x1, 0);
-    EXPECT_EQ(p.mySourceArea.y1, 0);
-    EXPECT_EQ(p.mySourceArea.x2, -1);
-    EXPECT_EQ(p.mySourceArea.y2, -1);
-    EXPECT_EQ(p.myDestArea.x2, -1);
-    EXPECT_EQ(p.myDestArea.y2, -1);
-    EXPECT_EQ(p.mySourceBlack, 0u);
-    EXPECT_EQ(p.mySourceWhite, 255u);
-    EXPECT_EQ(p.myDestBlack, 0u);
-    EXPECT_EQ(p.myDestWhite, 255u);
-    EXPECT_EQ(p.mySourceXInc, 1);
-    EXPECT_EQ(p.mySourceYInc, 1);
-    EXPECT_EQ(p.mySourceYOffset, 0);
-    EXPECT_EQ(p.myDestXInc, 1);
-    EXPECT_EQ(p.mySourceFast, 1);
-    EXPECT_EQ(p.myDestFast, 1);
-    EXPECT_EQ(p.myXOffset, 0);
-    EXPECT_EQ(p.myYOffset, 0);
-    EXPECT_EQ(p.myFlipX, 0);
-    EXPECT_EQ(p.myFlipY, 0);
-    EXPECT_EQ(p.myDestPlanar, 0);
-    EXPECT_EQ(p.myValue, 0.0f);
-    EXPECT_EQ(p.myGamma, 1.0f);
-    EXPECT_EQ(p.myUsePixelFactors, 1);
-    EXPECT_EQ(p.myPixelFactors, nullptr);
-    EXPECT_EQ(p.myFactor, 1.0f);
-    ASSERT_NE(p.myGamma8, nullptr);
-    ASSERT_NE(p.myGamma16, nullptr);
-    EXPECT_EQ(p.myGamma8->myTable, nullptr);
-    EXPECT_EQ(p.myGamma8->myBlack, 0u);
-    EXPECT_EQ(p.myGamma8->myWhite, 0u);
-    EXPECT_EQ(p.myGamma8->myGamma, 1.0f);
+    EXPECT_EQ(std::make_tuple(p.mySource, p.myDest, p.myPixelFactors), std::make_tuple(nullptr, nullptr, nullptr));
+    EXPECT_EQ(std::make_tuple(p.mySourceType, p.myDestType, p.mySourceFast, p.myDestFast),
+              std::make_tuple(IMB_INT8, IMB_INT8, 1, 1));
+    EXPECT_EQ(corners(p.mySourceArea), std::make_tuple(0, 0, -1, -1));
+    EXPECT_EQ(corners(p.myDestArea), std::make_tuple(0, 0, -1, -1));
+    EXPECT_EQ(std::make_tuple(p.mySourceBlack, p.mySourceWhite, p.myDestBlack, p.myDestWhite),
+              std::make_tuple(0u, 255u, 0u, 255u));
+    EXPECT_EQ(std::make_tuple(p.mySourceXInc, p.mySourceYInc, p.mySourceYOffset, p.myDestXInc, p.myXOffset, p.myYOffset),
+              std::make_tuple(1, 1, 0, 1, 0, 0));
+    EXPECT_EQ(std::make_tuple(p.myFlipX, p.myFlipY, p.myDestPlanar, p.myUsePixelFactors), std::make_tuple(0, 0, 0, 1));
+    EXPECT_EQ(std::make_tuple(p.myValue, p.myGamma, p.myFactor), std::make_tuple(0.0f, 1.0f, 1.0f));
+    ASSERT_TRUE(p.myGamma8 && p.myGamma16);
+    EXPECT_EQ(std::make_tuple(p.myGamma8->myTable, p.myGamma8->myBlack, p.myGamma8->myWhite, p.myGamma8->myGamma),
+              std::make_tuple(nullptr, 0u, 0u, 1.0f));
     EXPECT_EQ(p.myGamma16->myTable, nullptr);
 }
 
@@ -53,29 +37,23 @@ TEST(FillParms, AreaSettersSortTheCorners)
 {
     IMB_FillParms p;
     p.setSourceArea(10, 5, 2, 1);
-    EXPECT_EQ(p.mySourceArea.x1, 2);
-    EXPECT_EQ(p.mySourceArea.y1, 1);
-    EXPECT_EQ(p.mySourceArea.x2, 10);
-    EXPECT_EQ(p.mySourceArea.y2, 5);
     p.setDestArea(-3, 7, 4, -8);
-    EXPECT_EQ(p.myDestArea.x1, -3);
-    EXPECT_EQ(p.myDestArea.y1, -8);
-    EXPECT_EQ(p.myDestArea.x2, 4);
-    EXPECT_EQ(p.myDestArea.y2, 7);
+    EXPECT_EQ(corners(p.mySourceArea), std::make_tuple(2, 1, 10, 5));
+    EXPECT_EQ(corners(p.myDestArea), std::make_tuple(-3, -8, 4, 7));
 }
 
 // Only a genuine custom integer range is stored and clears the fast flag;
-// otherwise the stored points stay as they were.
+// otherwise the stored points stay as they were. Each step sets a type,
+// black and white on both sides, then expects the fast flag and stored points.
 TEST(FillParms, TypeSettersStoreOnlyAGenuineCustomIntegerRange)
 {
-    struct Step
+    const struct
     {
         IMB_DataFormat f;
         uint32 black, white;
         int fast;
         uint32 storedBlack, storedWhite;
-    };
-    const Step steps[] = {
+    } steps[] = {
         {IMB_INT8, 0, 255, 1, 3, 4}, // untouched
         {IMB_INT8, 16, 235, 0, 16, 235},
         {IMB_FLOAT32, 0, 100, 1, 16, 235},
@@ -92,18 +70,13 @@ TEST(FillParms, TypeSettersStoreOnlyAGenuineCustomIntegerRange)
     p.mySourceBlack = p.myDestBlack = 3;
     p.mySourceWhite = p.myDestWhite = 4;
     p.mySourceFast = p.myDestFast = 0;
-    for (const Step &s : steps)
+    for (const auto &s : steps)
     {
         p.setSourceType(s.f, s.black, s.white);
         p.setDestType(s.f, s.black, s.white);
-        EXPECT_EQ(p.mySourceType, s.f);
-        EXPECT_EQ(p.myDestType, s.f);
-        EXPECT_EQ(p.mySourceFast, s.fast) << s.black << "-" << s.white;
-        EXPECT_EQ(p.myDestFast, s.fast) << s.black << "-" << s.white;
-        EXPECT_EQ(p.mySourceBlack, s.storedBlack) << s.black << "-" << s.white;
-        EXPECT_EQ(p.mySourceWhite, s.storedWhite) << s.black << "-" << s.white;
-        EXPECT_EQ(p.myDestBlack, s.storedBlack) << s.black << "-" << s.white;
-        EXPECT_EQ(p.myDestWhite, s.storedWhite) << s.black << "-" << s.white;
+        const auto want = std::make_tuple(s.f, s.fast, s.storedBlack, s.storedWhite);
+        EXPECT_EQ(std::make_tuple(p.mySourceType, p.mySourceFast, p.mySourceBlack, p.mySourceWhite), want);
+        EXPECT_EQ(std::make_tuple(p.myDestType, p.myDestFast, p.myDestBlack, p.myDestWhite), want);
     }
 }
 

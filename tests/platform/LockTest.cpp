@@ -10,8 +10,6 @@
 #include <thread>
 #include <vector>
 
-namespace
-{
 TEST(Lock, TryLockFailsWhileTakenAndSucceedsAfterRelease)
 {
     auto check = [] {
@@ -58,4 +56,3 @@ TEST(Lock, ExcludesUnderShortAndLongHolds)
         t.join();
     EXPECT_EQ(counter, long(kThreads) * kRounds - 1);
 }
-} // namespace
