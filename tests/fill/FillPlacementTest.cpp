@@ -14,23 +14,13 @@ namespace
 // A source value per pixel that every destination format tells apart.
 uint32 sourceValue(IMB_DataFormat s, int64 i)
 {
-    switch (s)
-    {
-    case IMB_INT8:
-        return static_cast<uint32>(i * 7 + 1) & 0xFF;
-    case IMB_INT16:
-        return static_cast<uint32>(i * 997 + 1) & 0xFFFF;
-    case IMB_INT32:
-        return static_cast<uint32>(i * 0x01234567 + 1);
-    default:
-        return s == IMB_FLOAT32 ? bitsOf(static_cast<float>(i) / 97.0f) : halfOf(static_cast<float>(i) / 97.0f);
-    }
+    if (isInteger(s))
+        return static_cast<uint32>(i * 0x01234567 + 1) & whiteOf(s);
+    return s == IMB_FLOAT32 ? bitsOf(static_cast<float>(i) / 97.0f) : halfOf(static_cast<float>(i) / 97.0f);
 }
 
 using Pair = std::tuple<IMB_DataFormat, IMB_DataFormat>;
-class FillPlacement : public ::testing::TestWithParam<Pair>
-{
-};
+using FillPlacement = ::testing::TestWithParam<Pair>;
 
 // Every offset that moves the source across the destination, with every flip,
 // with packed, strided and planar pixels: each destination pixel (each run's,

@@ -26,14 +26,8 @@ inline const char *formatName(IMB_DataFormat f)
     static const char *names[] = {"Int8", "Int16", "Int32", "Float32", "Float16"};
     return names[f];
 }
-inline bool isInteger(IMB_DataFormat f)
-{
-    return f == IMB_INT8 || f == IMB_INT16 || f == IMB_INT32;
-}
-inline uint32 whiteOf(IMB_DataFormat f)
-{
-    return f == IMB_INT8 ? 0xFFu : f == IMB_INT16 ? 0xFFFFu : 0xFFFFFFFFu;
-}
+inline bool isInteger(IMB_DataFormat f) { return f == IMB_INT8 || f == IMB_INT16 || f == IMB_INT32; }
+inline uint32 whiteOf(IMB_DataFormat f) { return f == IMB_INT8 ? 0xFFu : f == IMB_INT16 ? 0xFFFFu : 0xFFFFFFFFu; }
 
 struct Points
 {
@@ -140,12 +134,7 @@ struct Buffer
     Buffer(IMB_DataFormat f, size_t count) : format(f), bytes(count * size() + 64, 0xA5) {}
     size_t size() const { return format == IMB_INT8 ? 1 : (format == IMB_INT16 || format == IMB_FLOAT16) ? 2 : 4; }
     void *data() { return bytes.data(); }
-    uint32 get(size_t i) const
-    {
-        uint32 v = 0;
-        std::memcpy(&v, &bytes[i * size()], size());
-        return v;
-    }
+    uint32 get(size_t i) const { uint32 v = 0; std::memcpy(&v, &bytes[i * size()], size()); return v; }
     void set(size_t i, uint32 v) { std::memcpy(&bytes[i * size()], &v, size()); }
     uint32 sentinel() const { return Buffer(format, 1).get(0); }
 };

@@ -13,18 +13,8 @@
 
 namespace halfref
 {
-inline float asFloat(uint32 bits)
-{
-    float f;
-    std::memcpy(&f, &bits, 4);
-    return f;
-}
-inline uint32 bitsOf(float f)
-{
-    uint32 b;
-    std::memcpy(&b, &f, 4);
-    return b;
-}
+inline float asFloat(uint32 bits) { float f; std::memcpy(&f, &bits, 4); return f; }
+inline uint32 bitsOf(float f) { uint32 b; std::memcpy(&b, &f, 4); return b; }
 
 inline float halfValue(uint16 h)
 {

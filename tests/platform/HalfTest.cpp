@@ -75,15 +75,11 @@ TEST(Half, FullConversionAgreesWithTheFastPathInTheNormalRange)
                 ASSERT_EQ(half16::convert((top << 23) | m), half16::fromFloat(asFloat((top << 23) | m))) << std::hex << top;
 }
 
-TEST(Half, ValueTypeConvertsBothWays)
+TEST(Half, ValueTypeConvertsBothWaysAndClassifies)
 {
-    const half16 h(0.333333f);
-    EXPECT_EQ(h.bits(), halfOf(0.333333f));
-    EXPECT_EQ(static_cast<float>(h), halfValue(h.bits()));
-    EXPECT_TRUE(half16::fromBits(0x7c00).isInfinity());
-    EXPECT_FALSE(half16::fromBits(0x7c00).isNan());
-    EXPECT_TRUE(half16::fromBits(0x7c01).isNan());
-    EXPECT_TRUE(half16::fromBits(0x8000).isZero());
-    EXPECT_EQ(half16(1.0f), half16::fromBits(0x3c00));
+    const half16 h(0.333333f), inf = half16::fromBits(0x7c00);
+    EXPECT_TRUE(h.bits() == halfOf(0.333333f) && static_cast<float>(h) == halfValue(h.bits()));
+    EXPECT_TRUE(inf.isInfinity() && !inf.isNan() && half16::fromBits(0x7c01).isNan());
+    EXPECT_TRUE(half16::fromBits(0x8000).isZero() && half16(1.0f) == half16::fromBits(0x3c00));
     EXPECT_NE(half16(1.0f), half16(-1.0f));
 }

@@ -12,9 +12,7 @@ TEST(ProxyPointer, IndicesLookUpTheirPointerUntilFreedAndAreThenReusedOnce)
 {
     int a = 0, b = 0, c = 0;
     const int ia = BAS_ProxyPointer::allocProxy(&a), ib = BAS_ProxyPointer::allocProxy(&b);
-    EXPECT_GE(ia, 0);
-    EXPECT_NE(ia, ib);
-    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ia), &a);
+    EXPECT_TRUE(ia >= 0 && ia != ib && BAS_ProxyPointer::lookupProxy(ia) == &a);
     BAS_ProxyPointer::freeProxy(ia);
     BAS_ProxyPointer::freeProxy(ia); // twice: the second is ignored
     for (int bad : {-1, 1 << 30})
@@ -22,13 +20,10 @@ TEST(ProxyPointer, IndicesLookUpTheirPointerUntilFreedAndAreThenReusedOnce)
         BAS_ProxyPointer::freeProxy(bad);
         EXPECT_EQ(BAS_ProxyPointer::lookupProxy(bad), nullptr);
     }
-    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ia), nullptr);
-    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ib), &b);
+    EXPECT_TRUE(BAS_ProxyPointer::lookupProxy(ia) == nullptr && BAS_ProxyPointer::lookupProxy(ib) == &b);
     // The freed index is reused, once: the double free did not list it twice.
     const int ic = BAS_ProxyPointer::allocProxy(&c), id = BAS_ProxyPointer::allocProxy(&a);
-    EXPECT_EQ(ic, ia);
-    EXPECT_NE(id, ic);
-    EXPECT_EQ(BAS_ProxyPointer::lookupProxy(ic), &c);
+    EXPECT_TRUE(ic == ia && id != ic && BAS_ProxyPointer::lookupProxy(ic) == &c);
     for (int i : {ib, ic, id})
         BAS_ProxyPointer::freeProxy(i);
 }

@@ -49,25 +49,20 @@ TEST(SmallObject, ClassesAllocateFromManyThreads)
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&, t] {
-            std::vector<Pooled *> live;
-            for (int i = 0; i < 5000; ++i)
-            {
-                live.push_back(new Pooled);
-                live.back()->owner = t;
-                if (live.size() <= 64 && i < 4999)
-                    continue;
-                // Check every live object, then free every other one (all at the end).
-                std::vector<Pooled *> rest;
+            // Refill the free places, check every live object, free every other one.
+            std::vector<Pooled *> live(100, nullptr);
+            for (int round = 0; round < 100; ++round)
                 for (std::size_t k = 0; k < live.size(); ++k)
                 {
+                    if (!live[k])
+                        (live[k] = new Pooled)->owner = t;
                     bad += live[k]->owner != t;
-                    if (k % 2 && i < 4999)
-                        rest.push_back(live[k]);
-                    else
+                    if ((k + round) % 2 || round == 99)
+                    {
                         delete live[k];
+                        live[k] = nullptr;
+                    }
                 }
-                live.swap(rest);
-            }
         });
     for (auto &th : threads)
         th.join();

@@ -14,10 +14,8 @@ TEST(StringHolder, CopiesShareOneBlockAndMovesTakeIt)
 {
     BAS_StringHolder a("ACEScg"), b = a, c;
     c = b;
-    EXPECT_EQ(a.c_str(), b.c_str());
-    EXPECT_EQ(a.c_str(), c.c_str());
     BAS_StringHolder moved(std::move(c));
-    EXPECT_EQ(moved.c_str(), a.c_str());
+    EXPECT_TRUE(a.c_str() == b.c_str() && moved.c_str() == a.c_str());
     EXPECT_TRUE(c.isEmpty());
     moved.clear();
     EXPECT_TRUE(moved.isEmpty());
@@ -41,11 +39,8 @@ TEST(StringHolder, ComparesAndHashesByContentIncludingEmbeddedNuls)
     EXPECT_TRUE(a == b && a <= b && a < c && c > a && a == "abc" && a != "ab" && a.equal("abc"));
     EXPECT_TRUE(a.compare(c) < 0 && a.compare(b) == 0 && !a.equal(nullptr));
     EXPECT_TRUE(BAS_StringHolder("ab") < BAS_StringHolder("abc"));
-    EXPECT_EQ(nul1.length(), 3u);
-    EXPECT_NE(nul1, nul2);
-    EXPECT_NE(nul1.hash(), nul2.hash());
-    EXPECT_EQ(a.hash(), b.hash());
-    EXPECT_NE(a.hash(), BAS_StringHolder("Abc").hash());
+    EXPECT_TRUE(nul1.length() == 3 && nul1 != nul2 && nul1.hash() != nul2.hash());
+    EXPECT_TRUE(a.hash() == b.hash() && a.hash() != BAS_StringHolder("Abc").hash());
     EXPECT_EQ(BAS_StringHolder().hash(), BAS_StringHolder("").hash());
     std::unordered_map<BAS_StringHolder, int> map{{a, 1}, {BAS_StringHolder("view"), 2}};
     EXPECT_EQ(map.at(b), 1);
