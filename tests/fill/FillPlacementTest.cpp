@@ -1,6 +1,5 @@
-// IMB_Fill::fill placement: clipping against the destination, offsets, both
-// flips, row picking, strides and planar destinations, checked pixel by pixel
-// against where the documented geometry puts each source pixel.
+// IMB_Fill::fill placement: clipping against the destination, offsets, both flips, row picking, strides and planar
+// destinations, checked pixel by pixel against where the documented geometry puts each source pixel.
 #include "fill/FillReference.h"
 
 #include <gtest/gtest.h>
@@ -22,10 +21,9 @@ uint32 sourceValue(IMB_DataFormat s, int64 i)
 using Pair = std::tuple<IMB_DataFormat, IMB_DataFormat>;
 using FillPlacement = ::testing::TestWithParam<Pair>;
 
-// Every offset that moves the source across the destination, with every flip,
-// with packed, strided and planar pixels: each destination pixel (each run's,
-// when planar) holds the converted source pixel that lands on it, mirrored
-// within the placed source when flipped; every other component is untouched.
+// Every offset that moves the source across the destination, with every flip, with packed, strided and planar pixels:
+// each destination pixel (each run's, when planar) holds the converted source pixel that lands on it, mirrored within
+// the placed source when flipped; every other component is untouched.
 TEST_P(FillPlacement, ClipsOffsetsAndFlipsLikeTheMirroredPlacedSource)
 {
     const auto [s, d] = GetParam();
@@ -61,10 +59,9 @@ TEST_P(FillPlacement, ClipsOffsetsAndFlipsLikeTheMirroredPlacedSource)
                             const int64 X = da.x1 + (planar ? k % DW : k / dInc % DW), Y = da.y1 + k / (DW * dInc);
                             const int64 i = X - sa.x1 - ox, j = Y - sa.y1 - oy;
                             uint32 want = dst.sentinel();
+                            const int64 from = (flips > 1 ? H - 1 - j : j) * W + (flips & 1 ? W - 1 - i : i);
                             if ((planar || k % dInc == 0) && i >= 0 && i < W && j >= 0 && j < H)
-                                want = convert(s, d, true, true,
-                                               sourceValue(s, (flips >> 1 ? H - 1 - j : j) * W + (flips & 1 ? W - 1 - i : i)),
-                                               Points{});
+                                want = convert(s, d, true, true, sourceValue(s, from), Points{});
                             ASSERT_EQ(dst.get(k), want) << "pixel " << X << "," << Y << " offset " << ox << "," << oy
                                                         << " flips " << flips << " incs " << sInc << "," << dInc
                                                         << " planar " << planar;
@@ -78,8 +75,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, FillPlacement,
                                            Pair{IMB_FLOAT16, IMB_INT8}, Pair{IMB_INT16, IMB_INT8},
                                            Pair{IMB_INT32, IMB_FLOAT16}));
 
-// A 3 x 6 single-component 8-bit source whose pixel (x, y) holds 10 y + x,
-// with every n-th row picked from an offset, placed and flipped.
+// A 3 x 6 single-component 8-bit source whose pixel (x, y) holds 10 y + x, with every n-th row picked from an offset,
+// placed and flipped.
 TEST(FillRowPicking, PicksEveryNthRowOfTheClippedRegion)
 {
     const struct
@@ -91,8 +88,8 @@ TEST(FillRowPicking, PicksEveryNthRowOfTheClippedRegion)
     } cases[] = {
         {"every second row from row one packs rows 1, 3, 5", 2, 1, 0, 0, {1, 3, 5, -1, -1, -1}},
         {"flipped picked rows fill from the bottom up", 2, 1, 0, 1, {-1, -1, -1, 5, 3, 1}},
-        // Displaced one row up: the clipped region starts at source row 1 and
-        // has five rows; rows 0 and 2 of it are source rows 1 and 3.
+        // Displaced one row up: the clipped region starts at source row 1 and has five rows; rows 0 and 2 of it are
+        // source rows 1 and 3.
         {"picks relative to the clipped region", 2, 0, -1, 0, {1, 3, 5, -1, -1, -1}},
         {"zero step does nothing", 0, 0, 0, 0, {-1, -1, -1, -1, -1, -1}},
         {"negative step does nothing", -1, 0, 0, 0, {-1, -1, -1, -1, -1, -1}},
@@ -112,7 +109,7 @@ TEST(FillRowPicking, PicksEveryNthRowOfTheClippedRegion)
         runFill(p, IMB_INT8, IMB_INT8, true, true, Points{}, src, dst, 3, 6);
         for (int y = 0; y < 6; ++y)
             for (int x = 0; x < 3; ++x)
-                EXPECT_EQ(dst.get(y * 3 + x), c.rows[y] < 0 ? dst.sentinel() : 10u * c.rows[y] + x) << c.what << ", row " << y;
+                EXPECT_EQ(dst.get(y * 3 + x), c.rows[y] < 0 ? dst.sentinel() : 10u * c.rows[y] + x) << c.what;
     }
 }
 

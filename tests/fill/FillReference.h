@@ -1,7 +1,6 @@
-// Scalar reference of the fill engine's per-component rules, written from the
-// rules themselves (not from the library's code), and the helpers the fill
-// tests share. Components travel as 32-bit patterns: integers as their value,
-// floats as their bits, halves in the low 16 bits.
+// Scalar reference of the fill engine's per-component rules, written from the rules themselves (not from the
+// library's code), and the helpers the fill tests share. Components travel as 32-bit patterns: integers as their
+// value, floats as their bits, halves in the low 16 bits.
 #pragma once
 
 // Round every operation separately, as the rules do.
@@ -46,8 +45,7 @@ inline uint32 clampFloorD(double y)
     return std::isnan(r) || r <= 0.0 ? 0 : r >= 4294967295.0 ? 0xFFFFFFFFu : static_cast<uint32>(r);
 }
 
-// The fraction a source component stands for: float for 8/16-bit, float and
-// half sources, double for 32-bit ones.
+// The fraction a source component stands for: float for 8/16-bit, float and half sources, double for 32-bit ones.
 struct Fraction
 {
     bool isDouble = false;
@@ -72,7 +70,7 @@ inline Fraction normalise(IMB_DataFormat s, bool fast, uint32 v, uint32 sb, uint
         if (fast)
             x.d = static_cast<double>(v) / 4294967295.0;
         else
-            x.d = static_cast<double>(static_cast<int32>(v - sb)) * (sb == sw ? 1.0 : 1.0 / (static_cast<double>(sw) - sb));
+            x.d = static_cast<int32>(v - sb) * (sb == sw ? 1.0 : 1.0 / (static_cast<double>(sw) - sb));
     }
     else
         x.f = s == IMB_FLOAT32 ? asFloat(v) : halfValue(static_cast<uint16>(v));
@@ -110,8 +108,8 @@ inline uint32 convert(IMB_DataFormat s, IMB_DataFormat d, bool sf, bool df, uint
         return v;
     if (s == IMB_INT32 && d == IMB_INT32 && sf && df)
         return v;
-    // Fast 8-bit widening replicates the bits; fast integer narrowing rounds
-    // on the highest dropped bit without overflow.
+    // Fast 8-bit widening replicates the bits; fast integer narrowing rounds on the highest dropped bit without
+    // overflow.
     if (sf && df && s == IMB_INT8 && (d == IMB_INT16 || d == IMB_INT32))
         return v * (d == IMB_INT16 ? 0x0101u : 0x01010101u);
     if (sf && df && isInteger(s) && isInteger(d) && d < s)
@@ -123,9 +121,20 @@ inline uint32 convert(IMB_DataFormat s, IMB_DataFormat d, bool sf, bool df, uint
     return writeFraction(d, df, normalise(s, sf, v, p.sb, p.sw), p.db, p.dw);
 }
 
-// Component storage of any format as a byte vector, addressed by index;
-// components are little-endian values of 1, 2 or 4 bytes, and untouched ones
-// hold the pattern of sentinel().
+// Gamma table entry i by the build rule, in single precision.
+inline uint32 gammaEntry(uint32 i, float g, uint32 black, uint32 white, uint32 M)
+{
+    const float e = 1.0f / g;
+    if (black == 0 && white == M)
+        return clampFloorF(std::pow(i * (M == 255 ? 0.003921569f : 1.5259022e-5f), e) * M + 0.5f, M);
+    const float range = static_cast<float>(static_cast<double>(white) - black);
+    const float b = static_cast<float>(static_cast<double>(i) - black) * (black == white ? 1.0f : 1.0f / range);
+    const float p = b >= 0 ? std::pow(b, e) : -std::pow(-b, e);
+    return clampFloorF(p * range + static_cast<float>(black) + 0.5f, M);
+}
+
+// Component storage of any format as a byte vector, addressed by index; components are little-endian values of 1, 2
+// or 4 bytes, and untouched ones hold the pattern of sentinel().
 struct Buffer
 {
     IMB_DataFormat format;
@@ -139,8 +148,7 @@ struct Buffer
     uint32 sentinel() const { return Buffer(format, 1).get(0); }
 };
 
-// Points the block at the two buffers with the given formats, fast flags,
-// stored points and component strides.
+// Points the block at the two buffers with the given formats, fast flags, stored points and component strides.
 inline void setUp(IMB_FillParms &p, IMB_DataFormat s, IMB_DataFormat d, bool sf, bool df, const Points &pts,
                   Buffer &src, Buffer &dst, int64 sInc = 1, int64 dInc = 1)
 {

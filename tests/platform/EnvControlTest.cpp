@@ -4,26 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <tuple>
 
-// Each case sets (or, with null, unsets) the variable of a control, then reads
-// it: only a whole integer counts, anything else gives the default.
+// Each case sets (or, with null, unsets) the variable of a control, then reads it: only a whole integer counts,
+// anything else gives the default.
 TEST(EnvControl, IntegersParseWholeValuesOnlyAndOtherwiseGiveTheDefault)
 {
-    const struct
-    {
-        int id;
-        const char *value;
-        int want;
-    } cases[] = {
-        {65, nullptr, 0}, {97, nullptr, 0}, {72, nullptr, 1}, {97, "12", 12},   {97, "-3", -3},
-        {72, "0", 0},     {72, "12x", 1},   {72, "", 1},      {72, "x", 1},     {72, "1.5", 1},
-        {72, "99999999999999999999", 1},    {1, nullptr, 0},  // an unknown number
+    const std::tuple<int, const char *, int> cases[] = {
+        {65, nullptr, 0}, {97, nullptr, 0}, {72, nullptr, 1}, {97, "12", 12}, {97, "-3", -3}, {72, "0", 0},
+        {72, "12x", 1},   {72, "", 1},      {72, "x", 1},     {72, "1.5", 1}, {72, "99999999999999999999", 1},
+        {1, nullptr, 0}, // an unknown number
     };
-    for (const auto &c : cases)
+    for (auto [id, value, want] : cases)
     {
-        if (const char *name = BAS_EnvControl::variableName(c.id))
-            c.value ? setenv(name, c.value, 1) : unsetenv(name);
-        EXPECT_EQ(BAS_EnvControl::getInt(c.id), c.want) << c.id << " \"" << (c.value ? c.value : "(unset)") << '"';
+        if (const char *name = BAS_EnvControl::variableName(id))
+            value ? setenv(name, value, 1) : unsetenv(name);
+        EXPECT_EQ(BAS_EnvControl::getInt(id), want) << id << " \"" << (value ? value : "(unset)") << '"';
     }
     unsetenv("IMB_OCIO_PARSE_MODE");
     unsetenv("IMB_OCIO_VERBOSE");

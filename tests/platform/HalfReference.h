@@ -1,9 +1,6 @@
-// Scalar reference of the binary16 rules, written from the format's layout,
-// for the half and fill tests: half to float exactly, and float to half with
-// normal results rounded half up in magnitude on the 13 dropped bits (a carry
-// may reach infinity), denormals rounded to nearest even, larger magnitudes
-// to infinity, NaN kept with its sign and top payload bits (the lowest bit set
-// when none of the payload survives, so that it stays NaN).
+// Scalar reference of the binary16 rules for the half and fill tests: half to float exactly; float to half rounding
+// the 13 dropped bits half up in magnitude (a carry may reach infinity), denormals to nearest even, larger magnitudes
+// to infinity, NaN kept with its sign and top payload bits (the lowest bit set when none survives).
 #pragma once
 
 #include <IMB/platform/BAS_Types.h>
@@ -36,6 +33,6 @@ inline uint16 halfOf(float f)
     if (e >= 31)
         return static_cast<uint16>(sign | 0x7c00u);
     // Below the normal range: a multiple of 2^-24, rounded to nearest even.
-    return static_cast<uint16>(sign | static_cast<uint32>(std::nearbyint(std::fabs(static_cast<double>(f)) * 16777216.0)));
+    return static_cast<uint16>(sign | static_cast<uint32>(std::nearbyint(std::fabs(double(f)) * 16777216.0)));
 }
 } // namespace halfref

@@ -1,6 +1,5 @@
-// half16: float to half rounding (exponent-table fast path and full
-// conversion) and the exact half to float table, against the scalar
-// reference of the binary16 rules.
+// half16: float to half rounding (exponent-table fast path and full conversion) and the exact half to float table,
+// against the scalar reference of the binary16 rules.
 #include "platform/HalfReference.h"
 
 #include <IMB/platform/half16.h>
@@ -28,9 +27,8 @@ TEST(Half, ExponentTableHasEntriesExactlyForTheNormalRange)
 
 TEST(Half, EveryHalfAndTheMidpointsAroundItRoundByTheRule)
 {
-    // For each positive finite half: itself, the exact midpoint to the next
-    // half (65536 past the largest), the floats either side of that midpoint,
-    // and their negatives.
+    // For each positive finite half: itself, the exact midpoint to the next half (65536 past the largest), the floats
+    // either side of that midpoint, and their negatives.
     for (uint32 h = 0; h < 0x7c00; ++h)
     {
         const float lo = halfValue(static_cast<uint16>(h));
@@ -42,9 +40,8 @@ TEST(Half, EveryHalfAndTheMidpointsAroundItRoundByTheRule)
 
 TEST(Half, DocumentedValuesAndSpecials)
 {
-    // Halves of the dropped bits round up in magnitude, carrying into the
-    // exponent and past 65504 to infinity; denormals round to nearest even
-    // and keep their sign; NaNs stay NaN with their sign.
+    // Halves of the dropped bits round up in magnitude, carrying into the exponent and past 65504 to infinity;
+    // denormals round to nearest even and keep their sign; NaNs stay NaN with their sign.
     const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
     const float tie = 1.0f + std::ldexp(1.0f, -11);
     const std::pair<float, uint16> cases[] = {
@@ -72,7 +69,7 @@ TEST(Half, FullConversionAgreesWithTheFastPathInTheNormalRange)
     for (uint32 top = 0; top < 512; ++top)
         for (uint32 m : {0u, 1u, 0xfffu, 0x1000u, 0x1001u, 0x2fffu, 0x3000u, 0x7fe000u, 0x7ff000u, 0x7fffffu})
             if (half16::exponentTable()[top] != 0)
-                ASSERT_EQ(half16::convert((top << 23) | m), half16::fromFloat(asFloat((top << 23) | m))) << std::hex << top;
+                ASSERT_EQ(half16::convert(top << 23 | m), half16::fromFloat(asFloat(top << 23 | m))) << std::hex << top;
 }
 
 TEST(Half, ValueTypeConvertsBothWaysAndClassifies)

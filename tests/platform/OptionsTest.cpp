@@ -13,7 +13,7 @@ TEST(Options, NumericValuesConvertBetweenIntFloatAndBool)
     o.setOptionB("b", true);
     o.setOptionF("small", 0.25);
     o.setOptionI("neg", -1);
-    auto read = [&](const char *key) { return std::make_tuple(o.getOptionI(key), o.getOptionF(key), o.getOptionB(key)); };
+    auto read = [&](const char *k) { return std::make_tuple(o.getOptionI(k), o.getOptionF(k), o.getOptionB(k)); };
     EXPECT_EQ(read("i"), std::make_tuple(3, 3.0, true));
     EXPECT_EQ(read("f"), std::make_tuple(2, 2.75, true)); // truncated
     EXPECT_EQ(read("b"), std::make_tuple(1, 1.0, true));

@@ -1,5 +1,4 @@
-// The small-object pool: alignment, size classes, the global allocator above
-// MaxSize, and use from many threads.
+// The small-object pool: alignment, size classes, the global allocator above MaxSize, and use from many threads.
 #include <IMB/platform/BAS_SmallObject.h>
 
 #include <gtest/gtest.h>
@@ -10,9 +9,8 @@
 #include <thread>
 #include <vector>
 
-// Live blocks of every size are aligned for any fundamental type and do not
-// overlap (600 blocks of one class span three chunks); a freed block is the
-// next one handed out; above MaxSize the global allocator serves both sides
+// Live blocks of every size are aligned for any fundamental type and do not overlap (600 blocks of one class span
+// three chunks); a freed block is the next one handed out; above MaxSize the global allocator serves both sides
 // (AddressSanitizer reports a mismatch), and freeing null is ignored.
 TEST(SmallObject, LiveBlocksAreAlignedAndDisjointAndFreedOnesAreReused)
 {

@@ -1,5 +1,4 @@
-// BAS_StringHolder: shared storage, comparison, hashing and thread-safe
-// copies.
+// BAS_StringHolder: shared storage, comparison, hashing and thread-safe copies.
 #include <IMB/platform/BAS_StringHolder.h>
 
 #include <gtest/gtest.h>
