@@ -1,9 +1,8 @@
 // Lets a test program run on one chosen vector instruction set: with
 // IMB_TEST_SIMD_TARGET set to a Highway target name (AVX2, SSE4, SSSE3,
 // EMU128, SCALAR, ...), every dispatched kernel in the library takes that
-// target's code instead of the best one, so the instruction sets this
-// processor can run but would not pick are tested too. A target the
-// processor cannot run exits with 77, which CTest reports as skipped.
+// target's code instead of the best one. A target the processor cannot run
+// exits with 77, which CTest reports as skipped.
 #include <hwy/targets.h>
 
 #include <cstdio>
@@ -12,30 +11,24 @@
 
 namespace
 {
-struct ChooseSimdTarget
-{
-    ChooseSimdTarget()
+const int theSimdTarget = [] {
+    const char *want = std::getenv("IMB_TEST_SIMD_TARGET");
+    if (!want || !*want)
+        return 0;
+    for (int bit = 0; bit < 63; ++bit)
     {
-        const char *want = std::getenv("IMB_TEST_SIMD_TARGET");
-        if (!want || !*want)
-            return;
-        for (int bit = 0; bit < 63; ++bit)
+        const int64_t target = int64_t(1) << bit;
+        if (strcasecmp(hwy::TargetName(target), want) != 0)
+            continue;
+        if (!(hwy::SupportedTargets() & target))
         {
-            const int64_t target = int64_t(1) << bit;
-            if (strcasecmp(hwy::TargetName(target), want) != 0)
-                continue;
-            if (!(hwy::SupportedTargets() & target))
-            {
-                std::printf("vector target %s is not supported here\n", want);
-                std::exit(77);
-            }
-            hwy::SetSupportedTargetsForTest(target);
-            std::printf("vector target: %s\n", want);
-            return;
+            std::printf("vector target %s is not supported here\n", want);
+            std::exit(77);
         }
-        std::printf("unknown vector target %s\n", want);
-        std::exit(2);
+        hwy::SetSupportedTargetsForTest(target);
+        return std::printf("vector target: %s\n", want);
     }
-};
-const ChooseSimdTarget chooseSimdTarget;
+    std::printf("unknown vector target %s\n", want);
+    std::exit(2);
+}();
 } // namespace

@@ -4,62 +4,39 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <tuple>
 
-namespace
+// Each case sets (or, with null, unsets) the variable of a control, then reads it: only a whole integer counts,
+// anything else gives the default.
+TEST(EnvControl, IntegersParseWholeValuesOnlyAndOtherwiseGiveTheDefault)
 {
-// Sets a variable for the life of the object and restores the unset state.
-struct ScopedEnv
-{
-    const char *name;
-    ScopedEnv(const char *n, const char *value) : name(n) { setenv(n, value, 1); }
-    ~ScopedEnv() { unsetenv(name); }
-};
-} // namespace
-
-TEST(EnvControl, UnsetControlsGiveTheirDefaults)
-{
-    for (int id : {43, 65, 72, 97})
-        unsetenv(BAS_EnvControl::variableName(id));
-    EXPECT_EQ(BAS_EnvControl::getInt(65), 0);
-    EXPECT_EQ(BAS_EnvControl::getInt(97), 0);
-    EXPECT_EQ(BAS_EnvControl::getInt(72), 1);
-    EXPECT_TRUE(BAS_EnvControl::getString(43).isEmpty());
+    const std::tuple<int, const char *, int> cases[] = {
+        {65, nullptr, 0}, {97, nullptr, 0}, {72, nullptr, 1}, {97, "12", 12}, {97, "-3", -3}, {72, "0", 0},
+        {72, "12x", 1},   {72, "", 1},      {72, "x", 1},     {72, "1.5", 1}, {72, "99999999999999999999", 1},
+        {1, nullptr, 0}, // an unknown number
+    };
+    for (auto [id, value, want] : cases)
+    {
+        if (const char *name = BAS_EnvControl::variableName(id))
+            value ? setenv(name, value, 1) : unsetenv(name);
+        EXPECT_EQ(BAS_EnvControl::getInt(id), want) << id << " \"" << (value ? value : "(unset)") << '"';
+    }
+    unsetenv("IMB_OCIO_PARSE_MODE");
+    unsetenv("IMB_OCIO_VERBOSE");
 }
 
-TEST(EnvControl, UnknownNumbersHaveNoVariable)
+TEST(EnvControl, StringsAreReadOnEveryCallUnderTheirOwnNames)
 {
     EXPECT_EQ(BAS_EnvControl::variableName(1), nullptr);
-    EXPECT_EQ(BAS_EnvControl::getInt(1), 0);
     EXPECT_TRUE(BAS_EnvControl::getString(-5).isEmpty());
-    EXPECT_STREQ(BAS_EnvControl::variableName(43), "IMB_OCIO_SRGB_SPACE");
     EXPECT_STREQ(BAS_EnvControl::variableName(97), "IMB_OCIO_VERBOSE");
-}
-
-TEST(EnvControl, IntegersParseWholeValuesOnly)
-{
+    ASSERT_STREQ(BAS_EnvControl::variableName(43), "IMB_OCIO_SRGB_SPACE");
+    unsetenv("IMB_OCIO_SRGB_SPACE");
+    EXPECT_TRUE(BAS_EnvControl::getString(43).isEmpty());
+    for (const char *value : {"sRGB - Texture", "srgb_tx"})
     {
-        ScopedEnv e("IMB_OCIO_VERBOSE", "12");
-        EXPECT_EQ(BAS_EnvControl::getInt(97), 12);
+        setenv("IMB_OCIO_SRGB_SPACE", value, 1);
+        EXPECT_EQ(BAS_EnvControl::getString(43), value);
     }
-    {
-        ScopedEnv e("IMB_OCIO_VERBOSE", "-3");
-        EXPECT_EQ(BAS_EnvControl::getInt(97), -3);
-    }
-    for (const char *bad : {"12x", "", "x", "1.5", "99999999999999999999"})
-    {
-        ScopedEnv e("IMB_OCIO_PARSE_MODE", bad);
-        EXPECT_EQ(BAS_EnvControl::getInt(72), 1) << '"' << bad << '"';
-    }
-    {
-        ScopedEnv e("IMB_OCIO_PARSE_MODE", "0");
-        EXPECT_EQ(BAS_EnvControl::getInt(72), 0);
-    }
-}
-
-TEST(EnvControl, ValuesAreReadOnEveryCall)
-{
-    ScopedEnv e("IMB_OCIO_SRGB_SPACE", "sRGB - Texture");
-    EXPECT_EQ(BAS_EnvControl::getString(43), "sRGB - Texture");
-    setenv("IMB_OCIO_SRGB_SPACE", "srgb_tx", 1);
-    EXPECT_EQ(BAS_EnvControl::getString(43), "srgb_tx");
+    unsetenv("IMB_OCIO_SRGB_SPACE");
 }

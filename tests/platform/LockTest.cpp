@@ -1,5 +1,4 @@
-// BAS_Lock: exclusion before and after the process has a second thread,
-// waiters that poll and waiters that sleep.
+// BAS_Lock: exclusion before and after the process has a second thread, waiters that poll and waiters that sleep.
 #include <IMB/platform/BAS_Lock.h>
 
 #include <gtest/gtest.h>
@@ -10,8 +9,6 @@
 #include <thread>
 #include <vector>
 
-namespace
-{
 TEST(Lock, TryLockFailsWhileTakenAndSucceedsAfterRelease)
 {
     auto check = [] {
@@ -30,8 +27,8 @@ TEST(Lock, TryLockFailsWhileTakenAndSucceedsAfterRelease)
     EXPECT_TRUE(check());
 }
 
-// Many short sections from many threads, then one long one that makes the
-// waiters sleep: no increment is lost and every waiter gets through.
+// Many short sections from many threads, then one long one that makes the waiters sleep: no increment is lost and
+// every waiter gets through.
 TEST(Lock, ExcludesUnderShortAndLongHolds)
 {
     constexpr int kThreads = 8, kRounds = 20000;
@@ -58,4 +55,3 @@ TEST(Lock, ExcludesUnderShortAndLongHolds)
         t.join();
     EXPECT_EQ(counter, long(kThreads) * kRounds - 1);
 }
-} // namespace

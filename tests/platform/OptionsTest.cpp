@@ -3,105 +3,86 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 TEST(Options, NumericValuesConvertBetweenIntFloatAndBool)
 {
     BAS_Options o;
     o.setOptionI("i", 3);
     o.setOptionF("f", 2.75);
     o.setOptionB("b", true);
-    EXPECT_EQ(o.getOptionI("i"), 3);
-    EXPECT_EQ(o.getOptionF("i"), 3.0);
-    EXPECT_TRUE(o.getOptionB("i"));
-    EXPECT_EQ(o.getOptionI("f"), 2); // truncated
-    EXPECT_EQ(o.getOptionF("f"), 2.75);
-    EXPECT_EQ(o.getOptionI("b"), 1);
-    EXPECT_EQ(o.getOptionF("b"), 1.0);
     o.setOptionF("small", 0.25);
-    EXPECT_FALSE(o.getOptionB("small")); // through the integer value 0
     o.setOptionI("neg", -1);
-    EXPECT_TRUE(o.getOptionB("neg"));
+    auto read = [&](const char *k) { return std::make_tuple(o.getOptionI(k), o.getOptionF(k), o.getOptionB(k)); };
+    EXPECT_EQ(read("i"), std::make_tuple(3, 3.0, true));
+    EXPECT_EQ(read("f"), std::make_tuple(2, 2.75, true)); // truncated
+    EXPECT_EQ(read("b"), std::make_tuple(1, 1.0, true));
+    EXPECT_EQ(read("small"), std::make_tuple(0, 0.25, false)); // bool through the integer value 0
+    EXPECT_EQ(read("neg"), std::make_tuple(-1, -1.0, true));
 }
 
-TEST(Options, MissingOrNonNumericKeysGiveTheDefault)
+TEST(Options, MissingOrMistypedKeysGiveTheDefault)
 {
     BAS_Options o;
     o.setOptionS("s", "12");
     o.setOptionV("v", {1.0, 2.0});
-    EXPECT_EQ(o.getOptionI("missing", 7), 7);
-    EXPECT_EQ(o.getOptionI("s", 7), 7); // strings are not parsed
-    EXPECT_EQ(o.getOptionF("v", 1.5), 1.5);
+    // Strings are not parsed as numbers.
+    EXPECT_EQ(std::make_tuple(o.getOptionI("missing", 7), o.getOptionI("s", 7), o.getOptionF("v", 1.5)),
+              std::make_tuple(7, 7, 1.5));
     EXPECT_TRUE(o.getOptionB("missing", true));
-    EXPECT_EQ(o.getOptionS("missing", "def"), "def");
-    EXPECT_EQ(o.getOptionS("v", "def"), "def");
-    EXPECT_EQ(o.getOptionS("s"), "12");
-    EXPECT_TRUE(o.getOptionSArray("s").isEmpty());
-    EXPECT_TRUE(o.getOptionV("s").empty());
-    EXPECT_TRUE(o.getOptionDict("s").isEmpty());
-
+    EXPECT_EQ(std::make_tuple(o.getOptionS("missing", "def"), o.getOptionS("v", "def"), o.getOptionS("s")),
+              std::make_tuple(BAS_StringHolder("def"), BAS_StringHolder("def"), BAS_StringHolder("12")));
+    EXPECT_TRUE(o.getOptionSArray("s").isEmpty() && o.getOptionV("s").empty() && o.getOptionDict("s").isEmpty());
     int out = 42;
-    EXPECT_FALSE(o.importOption("s", out));
-    EXPECT_EQ(out, 42);
     BAS_StringHolder str("keep");
-    EXPECT_FALSE(o.importOption("v", str));
+    EXPECT_FALSE(o.importOption("s", out) || o.importOption("v", str));
+    EXPECT_EQ(out, 42);
     EXPECT_EQ(str, "keep");
     EXPECT_TRUE(o.importOption("s", str));
     EXPECT_EQ(str, "12");
 }
 
-TEST(Options, KeysKeepTheOrderOfFirstSetting)
+TEST(Options, KeysKeepTheOrderOfFirstSettingAndEqualityNeedsIt)
 {
-    BAS_Options o;
+    BAS_Options o, same;
     o.setOptionI("c", 1);
     o.setOptionI("a", 2);
     o.setOptionI("b", 3);
     o.setOptionS("a", "now a string"); // replaced in place, type and all
+    same = o;
+    EXPECT_EQ(same, o);
     ASSERT_EQ(o.getNumOptions(), 3);
-    EXPECT_EQ(o.getOptionName(0), "c");
-    EXPECT_EQ(o.getOptionName(1), "a");
-    EXPECT_EQ(o.getOptionName(2), "b");
+    EXPECT_EQ(std::make_tuple(o.getOptionName(0), o.getOptionName(1), o.getOptionName(2)),
+              std::make_tuple(BAS_StringHolder("c"), BAS_StringHolder("a"), BAS_StringHolder("b")));
     EXPECT_EQ(o.getOptionType("a"), BAS_Options::Type::String);
     EXPECT_EQ(o.getOptionType("zz"), BAS_Options::Type::None);
     EXPECT_TRUE(o.removeOption("c"));
     EXPECT_FALSE(o.removeOption("c"));
     BAS_StringArray names = o.getOptionNames();
     ASSERT_EQ(names.entries(), 2);
-    EXPECT_EQ(names(0), "a");
-    EXPECT_EQ(names(1), "b");
+    EXPECT_TRUE(names(0) == "a" && names(1) == "b");
+    // The same entries in another order, or another type, differ.
+    BAS_Options swapped, retyped;
+    swapped.setOptionI("b", 3);
+    swapped.setOptionS("a", "now a string");
+    retyped.setOptionS("a", "now a string");
+    retyped.setOptionF("b", 3.0);
+    EXPECT_NE(swapped, o);
+    EXPECT_NE(retyped, o);
+    same.clear();
+    EXPECT_TRUE(same.isEmpty());
 }
 
-TEST(Options, NestedOptionsAreCopiedDeeply)
+TEST(Options, NestedOptionsAreCopiedDeeplyAndCompared)
 {
-    BAS_Options inner;
+    BAS_Options inner, outer;
     inner.setOptionI("depth", 2);
-    BAS_Options outer;
     outer.setOptionDict("inner", inner);
     BAS_Options copy = outer;
     EXPECT_EQ(copy, outer);
     inner.setOptionI("depth", 3); // the stored copy is independent
     EXPECT_EQ(outer.getOptionDict("inner").getOptionI("depth"), 2);
-
-    BAS_Options changed = outer;
-    BAS_Options inner2;
-    inner2.setOptionI("depth", 5);
-    changed.setOptionDict("inner", inner2);
-    EXPECT_NE(changed, outer);
+    copy.setOptionDict("inner", inner);
+    EXPECT_NE(copy, outer);
     EXPECT_EQ(outer.getOptionDict("inner").getOptionI("depth"), 2);
-}
-
-TEST(Options, EqualityNeedsTheSameOrderAndTypes)
-{
-    BAS_Options a, b;
-    a.setOptionI("x", 1);
-    a.setOptionI("y", 2);
-    b.setOptionI("y", 2);
-    b.setOptionI("x", 1);
-    EXPECT_NE(a, b);
-    BAS_Options c;
-    c.setOptionF("x", 1.0);
-    c.setOptionI("y", 2);
-    EXPECT_NE(a, c);
-    BAS_Options d = a;
-    EXPECT_EQ(a, d);
-    d.clear();
-    EXPECT_TRUE(d.isEmpty());
 }
