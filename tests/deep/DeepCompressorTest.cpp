@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -88,42 +87,33 @@ TEST(BasPriorityQueue, PopsAndReplacesItemsInAscendingKeyOrder)
     std::mt19937 rng(7);
     std::uniform_int_distribution<int> dist(-50, 50);
     BAS_PriorityQueue<Item> q;
-    std::vector<int> keys;
-    for (int i = 0; i < 500; ++i)
+    std::multiset<int> keys;
+    // Pushes with pops in between, then top replacements (the way a merge
+    // advances the list it just took from): the smallest always leaves first.
+    for (int i = 0; i < 700; ++i)
     {
-        keys.push_back(dist(rng));
-        q.push(Item{keys.back(), i});
-        if (i % 7 == 3) // interleave pops with pushes: the smallest so far leaves first
+        const int k = dist(rng);
+        if (i < 500)
         {
-            auto smallest = std::min_element(keys.begin(), keys.end());
-            EXPECT_EQ(q.top().key, *smallest);
-            q.pop();
-            keys.erase(smallest);
+            q.push(Item{k, i});
+            keys.insert(k);
+        }
+        if (i % 7 == 3 || i >= 500)
+        {
+            ASSERT_EQ(q.top().key, *keys.begin());
+            keys.erase(keys.begin());
+            i < 500 ? q.pop() : q.replaceTop(Item{k, i});
+            if (i >= 500)
+                keys.insert(k);
         }
     }
-    // Replacing the top removes the smallest and inserts the new item, the
-    // way a merge advances the list it just took from.
-    for (int i = 0; i < 200; ++i)
-    {
-        auto smallest = std::min_element(keys.begin(), keys.end());
-        ASSERT_EQ(q.top().key, *smallest);
-        *smallest = dist(rng);
-        q.replaceTop(Item{*smallest, 1000 + i});
-    }
-    std::sort(keys.begin(), keys.end());
     ASSERT_EQ(q.entries(), static_cast<int>(keys.size()));
     for (int k : keys)
-    {
-        ASSERT_FALSE(q.isEmpty());
         EXPECT_EQ(q.popTop().key, k);
-    }
     EXPECT_TRUE(q.isEmpty());
     q.push(Item{4, 1});
-    q.push(Item{3, 2});
     q.clear();
     EXPECT_EQ(q.size(), 0);
-    q.push(Item{9, 3});
-    EXPECT_EQ(q.top().tag, 3);
 }
 
 TEST(BasPriorityQueue, ANewItemRisesAboveAnEqualKeyedParent)
@@ -273,91 +263,23 @@ TEST(DeepCompressorOptions, DefaultsLevelsAndTheOpacityChannelLookup)
     EXPECT_EQ(dumpOf(*make("mip", colourOpacityId()), nullptr).rfind("IMB_DeepCompressor simple =\n{\n", 0), 0u);
 }
 
-// ---------------------------------------------------------------- null merge
+// ---------------------------------------------------------------- merges
 
-namespace
-{
-// A list of layout `chans` with `n` samples whose first value names it
-// (list * 1000 + sample) and whose other values, depths, flags and coverage
-// are random; sorted by zfront when asked.
-ListPtr randomList(std::mt19937 &rng, const ChannelsPtr &chans, int list, int n, bool sorted)
-{
-    std::vector<S> samples;
-    for (int i = 0; i < n; ++i)
-    {
-        const float z = static_cast<float>(std::uniform_int_distribution<int>(0, 20)(rng)) * 0.5f;
-        S s{z, z + 0.25f, {}, static_cast<uint8>(rng()), (uint64(rng()) << 32) | rng()};
-        for (int k = 0; k < chans->totalSize(); ++k)
-            s.v.push_back(k == 0 ? static_cast<float>(list * 1000 + i)
-                                 : std::uniform_real_distribution<float>(-1.0f, 1.0f)(rng));
-        samples.push_back(s);
-    }
-    if (sorted)
-        std::stable_sort(samples.begin(), samples.end(), [](const S &a, const S &b) { return a.zf < b.zf; });
-    return listOf(chans, samples, list % 2 == 1);
-}
-} // namespace
-
-// Every input sample comes out once and whole, in zfront order, with the
-// flag of the first non-empty input; a single non-empty input comes out in
-// its own order, sorted or not. A compressor without channels takes the
-// inputs' layout.
-TEST(DeepCompressorNullMerge, TakesEverySampleOnceInDepthOrder)
-{
-    std::mt19937 rng(31);
-    ChannelsPtr chans = channels({{"A", 1}, {"C", 3}, {"RGBA", 4}, {"P", 2}, {"id", 1, true}});
-    for (int round = 0; round < 250; ++round)
-    {
-        auto null = make("null", round % 3 == 0 ? ChannelsPtr() : chans);
-        const bool one = round >= 200;
-        const int count = one ? 4 : std::uniform_int_distribution<int>(2, 6)(rng);
-        std::vector<ListPtr> lists(static_cast<std::size_t>(count));
-        std::vector<S> all;
-        for (int k = 0; k < count; ++k)
-        {
-            const int n = one ? (k == round % 4 ? std::uniform_int_distribution<int>(1, 40)(rng)
-                                                : k == (round + 1) % 4 ? 0 : -1)
-                              : std::uniform_int_distribution<int>(-2, 30)(rng);
-            if (n >= 0) // otherwise the entry stays null
-                lists[static_cast<std::size_t>(k)] = randomList(rng, chans, k, n, !one || round % 2 == 0);
-            for (const S &s : samplesOf(lists[static_cast<std::size_t>(k)]))
-                all.push_back(s);
-        }
-        ListPtr out = null->merge(lists.data(), count);
-        if (all.empty())
-        {
-            EXPECT_FALSE(out);
-            continue;
-        }
-        ASSERT_TRUE(out);
-        EXPECT_EQ(out->channels(), lists[static_cast<std::size_t>(all[0].v[0]) / 1000]->channels());
-        EXPECT_EQ(out->preComposited(), static_cast<int>(all[0].v[0]) / 1000 % 2 == 1) << "round " << round;
-        std::vector<S> got = samplesOf(out);
-        if (one)
-        {
-            EXPECT_EQ(got, all) << "round " << round;
-            continue;
-        }
-        for (std::size_t j = 1; j < got.size(); ++j)
-            EXPECT_LE(got[j - 1].zf, got[j].zf) << "round " << round;
-        const auto byName = [](const S &a, const S &b) { return a.v[0] < b.v[0]; };
-        std::sort(got.begin(), got.end(), byName);
-        std::sort(all.begin(), all.end(), byName);
-        EXPECT_EQ(got, all) << "round " << round;
-    }
-}
-
+// Lists of another layout are skipped, equal ones taken; the flag is the
+// first non-empty list's.
 TEST(DeepCompressorMerge, SkipsListsOfAnotherLayoutAndTakesEqualOnes)
 {
     ChannelsPtr chans = colourOpacityId();
     BAS_Array<ListPtr> lists;
-    lists.append(listOf(colourOpacityId(3), {S{0, 0, {1, 1, 1, 1, 1, 1, 3}, 0, 0}}));
-    lists.append(listOf(chans, {surface(2, 0.5f, 0.5f, 1)}));
+    lists.append(listOf(chans, {}));
+    lists.append(listOf(colourOpacityId(3), {S{0, 0, {1, 1, 1, 1, 1, 1, 3}, 0, 0}}, true));
+    lists.append(listOf(chans, {surface(2, 0.5f, 0.5f, 1)}, true));
     lists.append(listOf(colourOpacityId(), {surface(1, 0.25f, 0.5f, 2)})); // equal, not the same
     for (const char *name : {"null", "simple"})
     {
         ListPtr out = make(name, chans)->merge(lists);
         ASSERT_TRUE(out) << name;
+        EXPECT_TRUE(out->preComposited()) << name;
         EXPECT_EQ(samplesOf(out).size(), 2u) << name;
         EXPECT_EQ(out->channelData(2, 0)[0], 2.0f) << name;
         EXPECT_EQ(out->channelData(2, 1)[0], 1.0f) << name;
@@ -480,82 +402,87 @@ TEST(DeepCompressorSimpleMerge, TolerancesMattesAndOpacityComponentsDecideHowMan
     }
 }
 
-TEST(DeepCompressorSimpleMerge, IdentifiersAreNeverBlendedAndTheFlagComesFromTheFirstNonEmptyList)
+// Random pixels through both merges. The null merge gives every input
+// sample once and whole, in zfront order; the simple merge gives samples
+// front to back without overlap, conserves every weighted contribution and
+// takes coverage and identifiers from the inputs. Both take the first
+// non-empty list's flag; a compressor without channels takes the inputs'.
+TEST(DeepCompressorMerge, RandomPixelsKeepOrConserveEverySample)
 {
-    ChannelsPtr chans = colourOpacityId();
-    ListPtr out = mergeOf(*simple(chans), {{surface(1, 0.5f, 0.9f, 3)}, {surface(1, 0.5f, 0.9f, 5)}});
-    ASSERT_EQ(out->sampleCount(), 1);
-    const float id = out->channelData(2, 0)[0];
-    // Equal depths leave the heap in no set order; either id, never a mix.
-    EXPECT_TRUE(id == 3 || id == 5) << id;
-    ListPtr lists[] = {listOf(chans, {}), listOf(chans, {surface(1, 0.5f, 0.9f, 3)}, true),
-                       listOf(chans, {surface(0.5f, 0.5f, 0.9f, 3)})};
-    EXPECT_TRUE(simple(chans)->merge(lists, 3)->preComposited());
-}
-
-// Random pixels: output front to back without overlap, every weighted
-// contribution conserved, coverage and identifiers taken from the inputs.
-TEST(DeepCompressorSimpleMerge, RandomPixelsConserveWeightedValuesFrontToBack)
-{
-    ChannelsPtr chans = colourOpacityId();
+    ChannelsPtr chans = channels({{"C", 3}, {"Of", 1}, {"X", 4}, {"P", 2}, {"id", 1, true}});
     std::mt19937 rng(11);
     std::uniform_real_distribution<float> depth(0.0f, 10.0f), val(0.0f, 1.0f), len(0.0f, 3.0f);
     std::uniform_int_distribution<int> coin(0, 3);
-    for (int trial = 0; trial < 300; ++trial)
+    for (int trial = 0; trial < 400; ++trial)
     {
         SCOPED_TRACE("trial " + std::to_string(trial));
-        const int count = 1 + trial % 5;
-        std::vector<std::vector<S>> lists(static_cast<std::size_t>(count));
+        const int count = 1 + trial % 6;
+        std::vector<ListPtr> lists(static_cast<std::size_t>(count));
+        std::vector<S> all;
         double sumC = 0, sumA = 0;
-        uint64 covAll = 0;
-        std::set<float> ids;
-        int inputs = 0;
+        int firstList = -1;
         for (int k = 0; k < count; ++k)
         {
-            const int n = coin(rng) == 0 ? 0 : 1 + coin(rng) * 2;
-            std::vector<S> &s = lists[static_cast<std::size_t>(k)];
+            const int n = coin(rng) == 0 ? coin(rng) - 2 : 1 + coin(rng) * 3; // below 0: a null entry
+            std::vector<S> samples;
             for (int i = 0; i < n; ++i)
             {
-                const float z = depth(rng);
-                const bool vol = coin(rng) == 0;
-                const float id = static_cast<float>(100 * k + i);
-                const uint64 cov = uint64(1) << (k * 8 + i % 8);
-                S x = vol ? volume(z, z + len(rng), val(rng), val(rng) * 0.5f, id, cov)
-                          : surface(z, val(rng), val(rng) * 0.5f, id, cov);
-                if (coin(rng) == 0)
-                    x.flags |= 0x02;
-                s.push_back(x);
+                const float z = static_cast<float>(static_cast<int>(depth(rng) * 4)) * 0.25f; // with ties
+                S x{z, coin(rng) == 0 ? z + len(rng) : z, {}, static_cast<uint8>(rng() & 0xFE),
+                    uint64(1) << (k * 8 + i % 8)};
+                x.flags |= x.zb > x.zf ? 0x01 : 0x00;
+                for (int c = 0; c < 10; ++c)
+                    x.v.push_back(c == 3 ? val(rng) * 0.5f : val(rng));
+                x.v.push_back(static_cast<float>(100 * k + i));
+                samples.push_back(x);
                 sumC += x.v[0] / static_cast<double>(count);
                 sumA += x.v[3] / static_cast<double>(count);
-                covAll |= cov;
-                ids.insert(id);
             }
-            std::sort(s.begin(), s.end(), [](const S &p, const S &q) { return p.zf < q.zf; });
-            inputs += n;
+            std::stable_sort(samples.begin(), samples.end(), [](const S &p, const S &q) { return p.zf < q.zf; });
+            if (n >= 0)
+                lists[static_cast<std::size_t>(k)] = listOf(chans, samples, k % 2 == 1);
+            if (n > 0 && firstList < 0)
+                firstList = k;
+            all.insert(all.end(), samples.begin(), samples.end());
         }
-        ListPtr out = mergeOf(*simple(chans, trial % 2 ? 0.5 : 0.001, trial % 3 == 0 ? 1.0 : 1.0 / 32), lists);
-        if (inputs == 0)
+        ListPtr kept = make("null", trial % 3 ? chans : ChannelsPtr())->merge(lists.data(), count);
+        ListPtr merged = simple(chans, trial % 2 ? 0.5 : 0.001, trial % 3 == 0 ? 1.0 : 1.0 / 32)
+                             ->merge(lists.data(), count);
+        if (all.empty())
         {
-            EXPECT_FALSE(out);
+            EXPECT_FALSE(kept || merged);
             continue;
         }
-        ASSERT_TRUE(out);
-        ASSERT_GE(out->sampleCount(), 1);
-        ASSERT_LE(out->sampleCount(), inputs);
+        ASSERT_TRUE(kept && merged);
+        EXPECT_EQ(kept->channels(), chans);
+        EXPECT_EQ(kept->preComposited(), firstList % 2 == 1);
+        EXPECT_EQ(merged->preComposited(), firstList % 2 == 1);
+        std::vector<S> got = samplesOf(kept);
+        for (std::size_t j = 1; j < got.size(); ++j)
+            EXPECT_LE(got[j - 1].zf, got[j].zf);
+        const auto byId = [](const S &a, const S &b) { return a.v[10] < b.v[10]; };
+        std::sort(got.begin(), got.end(), byId);
+        std::sort(all.begin(), all.end(), byId);
+        EXPECT_EQ(got, all);
+
+        ASSERT_LE(merged->sampleCount(), static_cast<int>(all.size()));
         double gotC = 0, gotA = 0;
-        uint64 gotCov = 0;
-        for (int i = 0; i < out->sampleCount(); ++i)
+        uint64 cov = 0, gotCov = 0;
+        for (const S &x : all)
+            cov |= x.cov;
+        for (int i = 0; i < merged->sampleCount(); ++i)
         {
-            EXPECT_LE(out->zfront(i), out->zback(i));
+            EXPECT_LE(merged->zfront(i), merged->zback(i));
             if (i > 0)
-                EXPECT_LE(out->zback(i - 1), out->zfront(i));
-            gotC += out->channelData(0, i)[0];
-            gotA += out->channelData(1, i)[0];
-            gotCov |= out->coverage(i);
-            EXPECT_TRUE(ids.count(out->channelData(2, i)[0])) << out->channelData(2, i)[0];
+                EXPECT_LE(merged->zback(i - 1), merged->zfront(i));
+            gotC += merged->channelData(0, i)[0];
+            gotA += merged->channelData(1, i)[0];
+            gotCov |= merged->coverage(i);
+            const float id = merged->channelData(4, i)[0];
+            EXPECT_TRUE(std::binary_search(all.begin(), all.end(), S{0, 0, std::vector<float>(11, id)}, byId)) << id;
         }
         EXPECT_NEAR(gotC, sumC, 1e-4);
         EXPECT_NEAR(gotA, sumA, 1e-4);
-        EXPECT_EQ(gotCov, covAll);
+        EXPECT_EQ(gotCov, cov);
     }
 }

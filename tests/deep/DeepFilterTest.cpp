@@ -65,23 +65,6 @@ TEST(DeepFilter, MonochromeReducesTheNamedChannelToItsMean)
         want.v[0] = (in->channelData(0, i)[0] + in->channelData(0, i)[1] + in->channelData(0, i)[2]) * (1.0f / 3.0f);
         EXPECT_EQ(sampleOf(*res, i), want) << i;
     }
-    ListPtr empty(new IMB_DeepSampleList(chans, 0));
-    EXPECT_EQ(f->apply(empty), empty);
-    EXPECT_EQ(f->apply(ListPtr()), ListPtr());
-}
-
-TEST(DeepFilter, MonochromeOfAMissingOrScalarChannelKeepsLists)
-{
-    ChannelsPtr chans = layout();
-    FilterPtr missing = IMB_DeepSampleFilter::monochrome("Z");
-    EXPECT_EQ(missing->updateChannels(chans), chans);
-    ListPtr l = sampleList(chans, 2, false);
-    EXPECT_EQ(missing->apply(l), l);
-    ChannelsPtr scalar = channels({{"A", 1}});
-    FilterPtr one = IMB_DeepSampleFilter::monochrome("A");
-    EXPECT_EQ(one->updateChannels(scalar), scalar);
-    ListPtr s = listOf(scalar, {S{0, 0, {0.75f}, 0, 0}});
-    EXPECT_EQ(one->apply(s)->channelData(0, 0)[0], 0.75f);
 }
 
 TEST(DeepFilter, PrecompositeAndUncompositeGiveTheListsOwnConversions)
@@ -111,17 +94,29 @@ TEST(DeepFilter, PrecompositeAndUncompositeGiveTheListsOwnConversions)
             EXPECT_NEAR(sampleOf(*back, i).v[k], sampleOf(*in, i).v[k], 1e-6f) << i << " " << k;
 }
 
-TEST(DeepFilter, CompositorWithoutItsChannelOrSamplesLeavesListsAlone)
+TEST(DeepFilter, FiltersWithoutTheirChannelOrSamplesLeaveListsAlone)
 {
     ChannelsPtr chans = layout();
-    FilterPtr f = IMB_DeepSampleFilter::precomposite("alpha");
-    EXPECT_EQ(f->updateChannels(chans), chans);
-    ListPtr in = sampleList(chans, 3, false);
-    EXPECT_EQ(f->apply(in), in);
-    FilterPtr g = IMB_DeepSampleFilter::precomposite("Of");
-    g->updateChannels(chans);
-    ListPtr empty(new IMB_DeepSampleList(chans, 0));
-    EXPECT_EQ(g->apply(empty), empty);
+    ListPtr in = sampleList(chans, 3, false), empty(new IMB_DeepSampleList(chans, 0));
+    for (const FilterPtr &f : {IMB_DeepSampleFilter::precomposite("alpha"), IMB_DeepSampleFilter::monochrome("Z")})
+    {
+        EXPECT_EQ(f->updateChannels(chans), chans);
+        EXPECT_EQ(f->apply(in), in);
+    }
+    // Told of no channel list, every filter passes lists through.
+    for (const FilterPtr &f : {IMB_DeepSampleFilter::precomposite("Of"), IMB_DeepSampleFilter::uncomposite("Of"),
+                               IMB_DeepSampleFilter::monochrome("C")})
+    {
+        EXPECT_FALSE(f->updateChannels(ChannelsPtr()));
+        EXPECT_EQ(f->apply(in), in);
+        f->updateChannels(chans);
+        EXPECT_EQ(f->apply(empty), empty);
+        EXPECT_EQ(f->apply(ListPtr()), ListPtr());
+    }
+    ChannelsPtr scalar = channels({{"A", 1}});
+    FilterPtr one = IMB_DeepSampleFilter::monochrome("A");
+    EXPECT_EQ(one->updateChannels(scalar), scalar);
+    EXPECT_EQ(one->apply(listOf(scalar, {S{0, 0, {0.75f}, 0, 0}}))->channelData(0, 0)[0], 0.75f);
 }
 
 TEST(DeepFilter, SharedFilterAppliesFromManyThreads)

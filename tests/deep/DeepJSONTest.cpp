@@ -130,39 +130,24 @@ TEST(JSONWriter, StreamsToAnOstreamAndReportsItsFailure)
 
 // ------------------------------------------------------------------ parser
 
-TEST(JSONParser, WalksArraysAndMapsTokenByToken)
+TEST(JSONParser, ScalarsOfAnotherTypeAreRefusedWithoutBeingConsumed)
 {
-    BAS_JSONParser p(R"({"n": -12, "list": ["s", true, 2.5, null, [1, {"x": []}]], "": 1})");
-    EXPECT_EQ(p.peek(), Tok::BeginMap);
-    auto m = p.beginMap();
-    ASSERT_TRUE(m.isValid());
-    BAS_StringHolder key, s;
-    ASSERT_FALSE(m.atEnd());
-    EXPECT_FALSE(p.parseString(key)); // a key is not a string value
-    ASSERT_TRUE(p.parseKey(key));
-    EXPECT_EQ(key, "n");
-    int64 n = 0;
-    int small = 0;
+    BAS_JSONParser p(R"({"n": true, "list": [2.5, null, [1, {"x": []}]]})");
+    BAS_StringHolder key;
     bool b = false;
+    int64 n = 0;
     double d = 0;
-    EXPECT_FALSE(p.parseBool(b)); // wrong type: nothing consumed
-    ASSERT_TRUE(p.parseInteger(small));
-    EXPECT_EQ(small, -12);
+    auto m = p.beginMap();
+    ASSERT_TRUE(m.isValid() && !m.atEnd());
+    EXPECT_FALSE(p.parseString(key)); // a key is not a string value
+    ASSERT_TRUE(p.parseKey(key) && key == "n");
+    EXPECT_FALSE(p.parseInteger(n));
+    ASSERT_TRUE(p.parseBool(b) && b);
     m.advance();
-    ASSERT_FALSE(m.atEnd());
-    ASSERT_TRUE(p.parseKey(key));
-    EXPECT_EQ(key, "list");
+    ASSERT_TRUE(!m.atEnd() && p.parseKey(key) && key == "list");
     auto a = p.beginArray();
-    ASSERT_TRUE(a.isValid());
-    ASSERT_TRUE(p.parseString(s));
-    EXPECT_EQ(s, "s");
-    a.advance();
-    ASSERT_TRUE(p.parseBool(b));
-    EXPECT_TRUE(b);
-    a.advance();
     EXPECT_FALSE(p.parseInteger(n)); // 2.5 is not an integer
-    ASSERT_TRUE(p.parseReal(d));
-    EXPECT_EQ(d, 2.5);
+    ASSERT_TRUE(p.parseReal(d) && d == 2.5);
     a.advance();
     EXPECT_EQ(p.peek(), Tok::Null);
     EXPECT_TRUE(p.skipNextObject());
@@ -170,18 +155,10 @@ TEST(JSONParser, WalksArraysAndMapsTokenByToken)
     EXPECT_TRUE(p.skipNextObject()); // the nested array with its map
     a.advance();
     EXPECT_TRUE(a.atEnd());
-    EXPECT_EQ(a.index(), 5);
-    m.advance();
-    ASSERT_FALSE(m.atEnd());
-    ASSERT_TRUE(p.parseKey(key));
-    EXPECT_TRUE(key.isEmpty());
-    EXPECT_TRUE(p.skipNextObject());
     m.advance();
     EXPECT_TRUE(m.atEnd());
     EXPECT_EQ(p.peek(), Tok::End);
     EXPECT_FALSE(p.skipNextObject());
-    EXPECT_TRUE(p.warnings().isEmpty());
-    EXPECT_FALSE(p.hasFatal());
 }
 
 TEST(JSONParser, IntegersAcceptIntegralRealsWithinRange)
@@ -207,19 +184,24 @@ TEST(JSONParser, IntegersAcceptIntegralRealsWithinRange)
     EXPECT_TRUE(it.atEnd());
 }
 
-TEST(JSONParser, UniformArraysStoreUpToCapacityAndCountEverything)
+TEST(JSONParser, UniformArraysStoreUpToCapacityCountEverythingAndRoundOnce)
 {
-    BAS_JSONParser p("[[1, 2.5, -3, NaN, Infinity, -Infinity, 1e39, -1e39, 3.4028235e38], [5, 6, 7],"
-                     " [18446744073709551615, -1, 2.0], [256, 255, 1.5, \"x\"], [], 4]");
+    BAS_JSONParser p("[[1, 2.5, -3, NaN, Infinity, -Infinity, 1e39, -1e39, 3.4028235e38, 1e-50, -1e-50, 1e-40, 0.1,"
+                     " 16777217, 3.40282356e38, 3.4028236e38], [5, 6, 7], [18446744073709551615, -1, 2.0],"
+                     " [256, 255, 1.5, \"x\"], [], 1.8e308]");
     auto it = p.beginArray();
-    float f[9];
+    float f[16];
     exint count = 0;
-    ASSERT_TRUE(p.parseUniformArray(f, 9, count));
-    EXPECT_EQ(count, 9);
+    ASSERT_TRUE(p.parseUniformArray(f, 16, count));
+    EXPECT_EQ(count, 16);
     EXPECT_TRUE(std::isnan(f[3]));
+    EXPECT_TRUE(std::signbit(f[10]));
     f[3] = 0;
-    EXPECT_EQ(std::vector<float>(f, f + 9), (std::vector<float>{1, 2.5f, -3, 0, kInf, -kInf, kInf, -kInf,
-                                                                 3.4028235e38f}));
+    // Beyond the range: infinite; a subnormal; a tie, to even; within half a
+    // spacing of the largest float, and beyond it.
+    EXPECT_EQ(std::vector<float>(f, f + 16), (std::vector<float>{1, 2.5f, -3, 0, kInf, -kInf, kInf, -kInf, 3.4028235e38f,
+                                                                  0, 0, 1e-40f, 0.1f, 16777216.0f, 3.4028235e38f,
+                                                                  kInf}));
     int64 two[2] = {0, 0};
     ASSERT_TRUE(p.parseUniformArray(two, 2, count));
     EXPECT_EQ(count, 3);
@@ -228,6 +210,7 @@ TEST(JSONParser, UniformArraysStoreUpToCapacityAndCountEverything)
     ASSERT_TRUE(p.parseUniformArray(u, 3, count));
     EXPECT_EQ(count, 3);
     EXPECT_EQ(std::vector<uint64>(u, u + 3), (std::vector<uint64>{~0ull, ~0ull, 2})); // -1 as a mask
+    EXPECT_TRUE(p.warnings().isEmpty());
     uint8 b[4] = {9, 9, 9, 9};
     ASSERT_TRUE(p.parseUniformArray(b, 4, count));
     EXPECT_EQ(count, 4);
@@ -236,32 +219,11 @@ TEST(JSONParser, UniformArraysStoreUpToCapacityAndCountEverything)
     EXPECT_EQ(messages(p.warnings()), Strings{"Unexpected entry in number array"});
     ASSERT_TRUE(p.parseUniformArray(f, 9, count));
     EXPECT_EQ(count, 0);
-    EXPECT_FALSE(p.parseUniformArray(f, 9, count)); // 4 is not an array
-    EXPECT_EQ(p.peek(), Tok::Number);
-    p.skipNextObject();
-    EXPECT_TRUE(it.atEnd());
-}
-
-TEST(JSONParser, RealsRoundOnceAndSaturateOutsideTheRange)
-{
-    BAS_JSONParser p("[[1e-50, -1e-50, 1e-40, 0.1, 16777217, 3.40282356e38, 3.4028236e38], [1.8e308]]");
-    auto it = p.beginArray();
-    float f[7];
-    exint count = 0;
-    ASSERT_TRUE(p.parseUniformArray(f, 7, count));
-    EXPECT_EQ(count, 7);
-    EXPECT_TRUE(std::signbit(f[1]));
-    // A subnormal; a tie, to even; within half a spacing of the largest float,
-    // and beyond it.
-    EXPECT_EQ(std::vector<float>(f, f + 7),
-              (std::vector<float>{0, 0, 1e-40f, 0.1f, 16777216.0f, 3.4028235e38f, kInf}));
+    EXPECT_FALSE(p.parseUniformArray(f, 9, count)); // a number is not an array
     double d = 0;
-    auto inner = p.beginArray();
     ASSERT_TRUE(p.parseReal(d));
     EXPECT_EQ(d, std::numeric_limits<double>::infinity());
-    EXPECT_TRUE(inner.atEnd());
     EXPECT_TRUE(it.atEnd());
-    EXPECT_TRUE(p.warnings().isEmpty());
 }
 
 TEST(JSONParser, MalformedTextIsFatalWhereTheWalkReachesIt)
@@ -294,27 +256,6 @@ TEST(JSONParser, DeepNestingNeedsNoStack)
     EXPECT_TRUE(p.skipNextObject());
     EXPECT_EQ(p.peek(), Tok::End);
     EXPECT_FALSE(p.hasFatal());
-}
-
-TEST(JSONParser, RewindGoesOverAValueAgainAndKeepsMessages)
-{
-    BAS_JSONParser p("[\"a\", 1]");
-    const exint start = p.position();
-    p.addWarning("first");
-    EXPECT_TRUE(p.skipNextObject());
-    EXPECT_EQ(p.peek(), Tok::End);
-    p.rewind(start);
-    EXPECT_EQ(p.peek(), Tok::BeginArray);
-    p.addFatal(std::string("second"));
-    EXPECT_EQ(messages(p.warnings()), Strings{"first"});
-    EXPECT_EQ(messages(p.fatals()), Strings{"second"});
-    EXPECT_EQ(p.inputSize(), 8);
-    std::istringstream is(" [true] ");
-    BAS_JSONParser fromStream(is);
-    auto it = fromStream.beginArray();
-    bool b = false;
-    EXPECT_TRUE(fromStream.parseBool(b) && b);
-    EXPECT_TRUE(it.atEnd());
 }
 
 // ------------------------------------------------------------------ the deep form

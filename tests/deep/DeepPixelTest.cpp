@@ -81,70 +81,54 @@ TEST(DeepPixel, CoverageComesFromTheIdOrNothingForNegativeIdsAndWideCountsUseSix
     EXPECT_EQ(rec->merged[2]->coverage(0), uint64(1) << 63);
 }
 
-TEST(DeepPixel, MipStyleTakesTheStoredListsAsTheyAre)
+TEST(DeepPixel, MipStyleTakesTheStoredListsAsTheyAreAndLetsGoOnClosing)
 {
     ChannelsPtr chans = colourOpacityId();
     for (int subSamples : {4, 1})
     {
-        ListPtr a(new IMB_DeepSampleList(chans, 1)), b(new IMB_DeepSampleList(chans, 2)),
-            c(new IMB_DeepSampleList(chans, 3));
+        const std::vector<ListPtr> lists = {new IMB_DeepSampleList(chans, 1), new IMB_DeepSampleList(chans, 2),
+                                            new IMB_DeepSampleList(chans, 3), new IMB_DeepSampleList(chans, 1)};
         IMB_DeepPixel p(chans, subSamples);
         p.startPixel(2, 2, false);
         p.store(ListPtr());
         EXPECT_FALSE(p.isMipStyle());
-        for (const ListPtr &l : {a, b, c})
+        for (const ListPtr &l : lists) // the most a pixel takes
             p.store(l);
         EXPECT_TRUE(p.isMipStyle());
-        EXPECT_EQ(a->use_count(), 2);
+        EXPECT_EQ(lists[3]->use_count(), 2);
         storeSample(p, 1.0f, 0.0f, 0); // raw samples are ignored once lists are stored
         auto rec = std::make_shared<RecordingCompressor>(chans);
-        EXPECT_EQ(p.closePixel(rec), a);
-        EXPECT_EQ(rec->compressed, (std::vector<ListPtr>{a, b, c}));
-        if (subSamples > 1)
-            EXPECT_EQ(rec->merged, (std::vector<ListPtr>{a, b, c, ListPtr()}));
-        else
-            EXPECT_EQ(rec->merges, 0);
+        EXPECT_EQ(p.closePixel(rec), lists[0]);
+        EXPECT_EQ(rec->compressed, lists);
+        EXPECT_EQ(rec->merged, subSamples > 1 ? lists : std::vector<ListPtr>());
         EXPECT_FALSE(p.isMipStyle() || p.isRawStyle());
         rec.reset();
-        EXPECT_EQ(a->use_count(), 1); // the slots let go on closing
+        for (const ListPtr &l : lists)
+            EXPECT_EQ(l->use_count(), 1);
     }
 }
 
-TEST(DeepPixel, ClosingThroughRealCompressorsInterleavesOrAveragesTheIds)
+TEST(DeepPixel, ClosingWithoutACompressorGivesTheFirstListAndTheSimpleOneAverages)
 {
     ChannelsPtr chans = colourOpacityId();
     IMB_DeepPixel p(chans, 2);
     p.startPixel(0, 0, false);
-    const float zs[] = {4, 1, 3, 2};
-    for (int k = 0; k < 4; ++k)
-        storeSample(p, zs[k], 0.1f, k == 0 || k == 3);
-    ListPtr out = p.closePixel(compressor("null", chans));
-    ASSERT_EQ(out->sampleCount(), 4);
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_EQ(out->zfront(i), static_cast<float>(i + 1));
-        EXPECT_EQ(out->coverage(i), i % 2 ? 0xFFFFFFFF00000000ull : 0x00000000FFFFFFFFull);
-    }
-    // Without a compressor the first list comes back as built.
-    p.startPixel(0, 0, false);
     storeSample(p, 1.0f, 0.1f, 1);
     storeSample(p, 2.0f, 0.1f, 0);
-    ListPtr first = p.closePixel(nullptr);
-    ASSERT_EQ(first->sampleCount(), 1);
-    EXPECT_EQ(first->zfront(0), 2.0f);
+    const std::vector<S> first = samplesOf(p.closePixel(nullptr));
+    ASSERT_EQ(first.size(), 1u);
+    EXPECT_EQ(first[0].zf, 2.0f);
 
     p.startPixel(0, 0, false);
     const float a[5] = {0.8f, 0.4f, 0.2f, 1.0f, 5.0f}, b[5] = {0.2f, 0.2f, 0.2f, 0.5f, 6.0f};
     p.store(1.0f, 1.0f, a, 0, 0);
     p.store(1.0f, 1.0f, b, 0, 1);
-    ListPtr mean = p.closePixel(compressor("default", chans));
-    ASSERT_EQ(mean->sampleCount(), 1);
-    EXPECT_EQ(mean->coverage(0), ~uint64(0));
-    EXPECT_FLOAT_EQ(mean->channelData(0, 0)[0], 0.5f);
-    EXPECT_FLOAT_EQ(mean->channelData(0, 0)[1], 0.3f);
-    EXPECT_FLOAT_EQ(mean->channelData(1, 0)[0], 0.75f);
-    const float id = mean->channelData(2, 0)[0];
-    EXPECT_TRUE(id == 5.0f || id == 6.0f) << id;
+    const std::vector<S> mean = samplesOf(p.closePixel(compressor("default", chans)));
+    ASSERT_EQ(mean.size(), 1u);
+    EXPECT_EQ(mean[0].cov, ~uint64(0));
+    for (int k = 0; k < 4; ++k)
+        EXPECT_FLOAT_EQ(mean[0].v[k], (a[k] + b[k]) * 0.5f) << k;
+    EXPECT_TRUE(mean[0].v[4] == 5.0f || mean[0].v[4] == 6.0f) << mean[0].v[4];
 }
 
 TEST(DeepPixel, MoreIdsThanPositionsStillCloseSafely)
@@ -186,21 +170,15 @@ ChannelsPtr layout(int which)
     }
 }
 
-struct Stored
-{
-    float zf;
-    int flags, id;
-};
-
 class DeepPixelRandom : public ::testing::TestWithParam<int>
 {
 };
 } // namespace
 
-// Closing random raw pixels: every stored sample comes out exactly once, in
-// the list of its id, ordered by depth, with its own depths and values, the
-// flag byte of its sorted position and the id's coverage; the lists go to
-// the compressor in id order and the merge sees all positions.
+// Closing random raw pixels against the rule: one list per id, in id order,
+// each holding its samples stably sorted by depth with their own depths and
+// values and the id's coverage, but deliberately the flag byte (low 8 bits)
+// stored at their sorted position. The merge sees every position.
 TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
 {
     const int subSamples = GetParam();
@@ -212,10 +190,9 @@ TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
         pixels.emplace_back(new IMB_DeepPixel(layout(which), subSamples));
     for (int round = 0; round < 60; ++round)
     {
+        SCOPED_TRACE("round " + std::to_string(round));
         IMB_DeepPixel &p = *pixels[static_cast<std::size_t>(round / 2 % 3)];
-        const ChannelsPtr chans = p.channels();
-        const int total = chans->totalSize();
-        auto rec = std::make_shared<RecordingCompressor>(chans);
+        auto rec = std::make_shared<RecordingCompressor>(p.channels());
         p.startPixel(1, 2, round % 2 == 0);
         // Counts on both sides of the short-run sort (96 samples), up to
         // several hundred and once a few thousand. Most pixels have many
@@ -245,69 +222,39 @@ TEST_P(DeepPixelRandom, ClosingSortsEveryStoredSampleIntoItsIdsList)
         }
         if (round % 5 == 4) // some pixels arrive already front to back
             std::sort(zfronts.begin(), zfronts.end(), depthLess);
-        std::vector<Stored> stored;
-        std::map<int, int> perId; // samples of each id
-        std::vector<float> v(static_cast<std::size_t>(total));
+        std::map<int, std::vector<S>> expected; // by id, in store order first
+        std::vector<int> flags;
         for (int i = 0; i < n; ++i)
         {
-            const Stored s{zfronts[static_cast<std::size_t>(i)], std::uniform_int_distribution<int>(0, 1023)(rng),
-                           std::uniform_int_distribution<int>(0, subSamples - 1)(rng)};
-            for (int k = 0; k < total; ++k)
-                v[static_cast<std::size_t>(k)] = static_cast<float>(i) + 0.001f * static_cast<float>(k);
-            p.store(s.zf, s.zf + 0.5f, v.data(), s.flags, s.id);
-            stored.push_back(s);
-            ++perId[s.id];
+            const int id = std::uniform_int_distribution<int>(0, subSamples - 1)(rng);
+            S s{zfronts[static_cast<std::size_t>(i)], zfronts[static_cast<std::size_t>(i)] + 0.5f, {}, 0,
+                referenceMask(id, std::min(subSamples, 64))};
+            for (int k = 0; k < p.channels()->totalSize(); ++k)
+                s.v.push_back(static_cast<float>(i) + 0.001f * static_cast<float>(k));
+            flags.push_back(std::uniform_int_distribution<int>(0, 1023)(rng));
+            p.store(s.zf, s.zb, s.v.data(), flags.back(), id);
+            expected[id].push_back(s);
         }
         ASSERT_TRUE(p.isRawStyle());
         ListPtr out = p.closePixel(rec);
         ASSERT_FALSE(p.isOpen() || p.isRawStyle());
-        ASSERT_EQ(rec->compressed.size(), perId.size()) << "round " << round;
-        ASSERT_EQ(out, rec->compressed[0]);
+        ASSERT_EQ(rec->compressed.size(), expected.size());
+        EXPECT_EQ(out, rec->compressed[0]);
         EXPECT_EQ(rec->merges, subSamples > 1 ? 1 : 0);
-        if (subSamples > 1)
+        for (std::size_t k = 0; subSamples > 1 && k < static_cast<std::size_t>(subSamples); ++k)
+            EXPECT_EQ(rec->merged.at(k), k < expected.size() ? rec->compressed[k] : ListPtr());
+        std::size_t list = 0, position = 0;
+        for (auto &idAndSamples : expected)
         {
-            ASSERT_EQ(rec->merged.size(), static_cast<std::size_t>(subSamples));
-            for (std::size_t k = 0; k < rec->merged.size(); ++k)
-                EXPECT_EQ(rec->merged[k], k < perId.size() ? rec->compressed[k] : ListPtr());
+            std::vector<S> &want = idAndSamples.second;
+            std::stable_sort(want.begin(), want.end(), [](const S &a, const S &b) { return depthLess(a.zf, b.zf); });
+            for (S &s : want)
+                s.flags = static_cast<uint8>(flags[position++] & 0xFF);
+            const ListPtr &got = rec->compressed[list++];
+            EXPECT_EQ(got->preComposited(), round % 2 == 0);
+            EXPECT_EQ(got->channels(), p.channels());
+            ASSERT_TRUE(samplesOf(got) == want) << "id " << idAndSamples.first;
         }
-        std::vector<int> seen(static_cast<std::size_t>(n), 0);
-        int position = 0; // sorted position over all lists, as flags are read
-        std::size_t listIndex = 0;
-        for (const auto &idAndCount : perId)
-        {
-            const IMB_DeepSampleList &l = *rec->compressed[listIndex++];
-            ASSERT_EQ(l.sampleCount(), idAndCount.second);
-            EXPECT_EQ(l.preComposited(), round % 2 == 0);
-            EXPECT_EQ(l.channels(), chans);
-            for (int j = 0; j < l.sampleCount(); ++j, ++position)
-            {
-                const int i = static_cast<int>(l.channelData(0, j)[0]); // names the stored sample
-                ASSERT_GE(i, 0);
-                ASSERT_LT(i, n);
-                const Stored &s = stored[static_cast<std::size_t>(i)];
-                ++seen[static_cast<std::size_t>(i)];
-                EXPECT_EQ(s.id, idAndCount.first);
-                EXPECT_TRUE(sameBits(l.zfront(j), s.zf));
-                EXPECT_TRUE(sameBits(l.zback(j), s.zf + 0.5f));
-                if (j > 0)
-                {
-                    const float before = l.zfront(j - 1), here = l.zfront(j);
-                    EXPECT_FALSE(depthLess(here, before)) << "round " << round << " sample " << j;
-                    // Equal depths (the same bits) keep their store order.
-                    if (sameBits(before, here))
-                        EXPECT_LT(l.channelData(0, j - 1)[0], l.channelData(0, j)[0]) << "round " << round;
-                }
-                int k = 0;
-                for (int ch = 0; ch < chans->channelCount(); ++ch)
-                    for (int c = 0; c < chans->tupleSize(ch); ++c, ++k)
-                        ASSERT_EQ(l.channelData(ch, j)[c], static_cast<float>(i) + 0.001f * static_cast<float>(k));
-                // Deliberately the flag byte (low 8 bits) stored at the sorted position.
-                EXPECT_EQ(l.flags(j), stored[static_cast<std::size_t>(position)].flags & 0xFF);
-                EXPECT_EQ(l.coverage(j), referenceMask(idAndCount.first, std::min(subSamples, 64)));
-            }
-        }
-        for (int i = 0; i < n; ++i)
-            ASSERT_EQ(seen[static_cast<std::size_t>(i)], 1) << "sample " << i << " of round " << round;
     }
 }
 
@@ -316,47 +263,14 @@ INSTANTIATE_TEST_SUITE_P(SubSampleCounts, DeepPixelRandom, ::testing::Values(1, 
                              return "SubSamples" + std::to_string(info.param);
                          });
 
-namespace
+TEST(DeepPixel, ConcurrentRawStoresLoseNothing)
 {
-// Thread t's sample i: depth and values depend on both, the id on i.
-void storeFor(IMB_DeepPixel &p, int t, int i)
-{
-    const float z = static_cast<float>((i * 31 + t * 17) % 1000) * 0.01f;
-    const float v[5] = {static_cast<float>(t), static_cast<float>(i), 0.5f, 0.25f, static_cast<float>(i % 4)};
-    p.store(z, z + 1.0f, v, (t + i) & 3, i % 4);
-}
-
-// The samples of `l` in a fixed order, with the flag bytes apart (they
-// follow store positions, so only their multiset is fixed).
-std::vector<S> sortedSamples(const ListPtr &l, std::vector<int> &flags)
-{
-    std::vector<S> out = samplesOf(l);
-    for (S &s : out)
-    {
-        flags.push_back(s.flags);
-        s.flags = 0;
-    }
-    const auto key = [](const S &s) { return std::make_tuple(s.zf, s.cov, s.v); };
-    std::sort(out.begin(), out.end(), [&](const S &a, const S &b) { return key(a) < key(b); });
-    std::sort(flags.begin(), flags.end());
-    return out;
-}
-} // namespace
-
-TEST(DeepPixel, ConcurrentRawStoresCloseToTheSingleThreadResult)
-{
+    // Thread t's sample i: depth and values name both, the id follows i.
     constexpr int kThreads = 8, kPerThread = 20000;
+    const auto depth = [](int t, int i) { return static_cast<float>((i * 31 + t * 17) % 1000) * 0.01f; };
     ChannelsPtr chans = colourOpacityId();
-    auto null = compressor("null", chans);
-    IMB_DeepPixel single(chans, 4);
-    single.startPixel(0, 0, false);
-    for (int t = 0; t < kThreads; ++t)
-        for (int i = 0; i < kPerThread; ++i)
-            storeFor(single, t, i);
-    ListPtr expected = single.closePixel(null);
-
-    IMB_DeepPixel shared(chans, 4);
-    shared.startPixel(0, 0, false);
+    IMB_DeepPixel p(chans, 4);
+    p.startPixel(0, 0, false);
     std::atomic<int> ready(0);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
@@ -365,16 +279,30 @@ TEST(DeepPixel, ConcurrentRawStoresCloseToTheSingleThreadResult)
             while (ready.load() < kThreads)
                 std::this_thread::yield();
             for (int i = 0; i < kPerThread; ++i)
-                storeFor(shared, t, i);
+            {
+                const float v[5] = {static_cast<float>(t), static_cast<float>(i), 0.5f, 0.25f, 0.0f};
+                p.store(depth(t, i), depth(t, i) + 1.0f, v, (t + i) & 3, i % 4);
+            }
         });
     for (std::thread &th : threads)
         th.join();
-    ListPtr got = shared.closePixel(null);
-    ASSERT_TRUE(expected && got);
+    ListPtr got = p.closePixel(compressor("null", chans));
+    ASSERT_TRUE(got);
     ASSERT_EQ(got->sampleCount(), kThreads * kPerThread);
-    for (int i = 1; i < got->sampleCount(); ++i)
-        ASSERT_LE(got->zfront(i - 1), got->zfront(i));
-    std::vector<int> fe, fg;
-    EXPECT_TRUE(sortedSamples(got, fg) == sortedSamples(expected, fe));
-    EXPECT_TRUE(fe == fg);
+    std::vector<int> seen(kThreads * kPerThread, 0), flags(4, 0);
+    for (int j = 0; j < got->sampleCount(); ++j)
+    {
+        const int t = static_cast<int>(got->channelData(0, j)[0]), i = static_cast<int>(got->channelData(0, j)[1]);
+        ASSERT_TRUE(t >= 0 && t < kThreads && i >= 0 && i < kPerThread) << j;
+        ++seen[static_cast<std::size_t>(t * kPerThread + i)];
+        ++flags[got->flags(j) & 3];
+        ASSERT_EQ(got->zfront(j), depth(t, i));
+        ASSERT_EQ(got->zback(j), depth(t, i) + 1.0f);
+        ASSERT_EQ(got->coverage(j), referenceMask(i % 4, 4));
+        if (j > 0)
+            ASSERT_LE(got->zfront(j - 1), got->zfront(j));
+    }
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), kThreads * kPerThread);
+    // Flags follow store positions, so only their counts are fixed.
+    EXPECT_EQ(flags, std::vector<int>(4, kThreads * kPerThread / 4));
 }
