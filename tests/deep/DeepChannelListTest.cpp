@@ -43,7 +43,7 @@ struct Counted
 
 std::string dumped(const IMB_DeepChannelList &list, const char *label)
 {
-    return capturedStderr([&] { list.dump(label); });
+    return captured([&] { list.dump(label); });
 }
 } // namespace
 

@@ -12,6 +12,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -200,22 +201,15 @@ TEST(DeepCompositing, FindFullOpacityCountsTheSamplesUpToOpaqueInEveryComponent)
 {
     const std::vector<S> mixed = {op3(0.5f, 0.2f, 0.1f), op3(1, 1, 1), op3(0.3f, 0.3f, 0.3f)};
     const std::vector<S> halves(4, op3(0.5f, 0.5f, 0.5f)); // accumulate 0.5, 0.75, 0.875, 0.9375
-    struct Case
-    {
-        const std::vector<S> &samples;
-        bool composited;
-        float threshold;
-        int count;
-    };
     const std::vector<S> one = {op3(0, 0, 0)}, none;
-    const Case cases[] = {
+    // Samples, composited, threshold, count.
+    const std::tuple<const std::vector<S> &, bool, float, int> cases[] = {
         {mixed, false, 1.0f, 2},   {mixed, false, 0.5f, 2},   {mixed, false, 0.05f, 1}, {mixed, true, 1.0f, 2},
         {mixed, true, 0.25f, 2},   {mixed, true, 2.0f, 3},    {halves, false, 0.875f, 3}, {halves, false, 0.8f, 3},
         {halves, false, 0.9f, 4},  {halves, false, 0.75f, 2}, {one, false, 1.0f, 1},    {none, false, 1.0f, 0},
     };
-    for (const Case &c : cases)
-        EXPECT_EQ(listOf(layout(3), c.samples, c.composited)->findFullOpacity(0, c.threshold), c.count)
-            << &c - cases;
+    for (const auto &[samples, composited, threshold, count] : cases)
+        EXPECT_EQ(listOf(layout(3), samples, composited)->findFullOpacity(0, threshold), count) << threshold;
     // An empty opacity tuple is full at once, in either form.
     for (bool composited : {true, false})
         EXPECT_EQ(DSL(channels({{"Of", 0}, {"C", 1}}), 3, composited).findFullOpacity(0, 1.0f), 1);
@@ -234,12 +228,9 @@ TEST(DeepCompositing, ExtractSegmentScalesByTheSquareRootOfTheVolumeRatio)
     EXPECT_EQ(sampleOf(*dst, 1),
               (S{3, 4.5f, {w * 0.5f, w * 1, w * 2, w * 3, w * 4, w * 5, w * 6, w * 7, 42}, DSL::SAMPLE_VOLUME, 5}));
 
-    dst->extractSegment(2, *src, 0, 7.0f, 9.0f); // outside: back < front, negative ratio
-    const S nan = sampleOf(*dst, 2);
-    EXPECT_TRUE(std::isnan(nan.v[1]));
-    EXPECT_EQ(nan.v[8], 42.0f);
-    EXPECT_EQ(nan.zf, 7.0f);
-    EXPECT_EQ(nan.zb, 6.0f);
+    dst->extractSegment(2, *src, 0, 7.0f, 9.0f); // outside: back < front, a negative ratio
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(sampleOf(*dst, 2), (S{7, 6, {nan, nan, nan, nan, nan, nan, nan, nan, 42}, DSL::SAMPLE_VOLUME, 5}));
 }
 
 TEST(DeepCompositing, SplitSegmentsCutsVolumesAtTheOtherListsBoundaries)

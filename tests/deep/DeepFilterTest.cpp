@@ -3,6 +3,7 @@
 
 #include <IMB/IMB_DeepSampleFilter.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -27,19 +28,6 @@ ListPtr sampleList(const ChannelsPtr &chans, int n, bool composited)
     return listOf(chans, samples, composited);
 }
 } // namespace
-
-TEST(DeepFilter, NullFilterPassesListsAndChannelsThrough)
-{
-    ChannelsPtr chans = layout();
-    FilterPtr f = IMB_DeepSampleFilter::nullFilter();
-    EXPECT_FALSE(f->channels());
-    EXPECT_EQ(f->updateChannels(chans), chans);
-    EXPECT_EQ(f->channels(), chans);
-    ListPtr l = sampleList(chans, 2, false);
-    EXPECT_EQ(f->apply(l), l);
-    EXPECT_EQ(f->apply(ListPtr()), ListPtr());
-    EXPECT_EQ(f->filteredTupleSize("C", 3), 3);
-}
 
 TEST(DeepFilter, MonochromeReducesTheNamedChannelToItsMean)
 {
@@ -94,50 +82,49 @@ TEST(DeepFilter, PrecompositeAndUncompositeGiveTheListsOwnConversions)
             EXPECT_NEAR(sampleOf(*back, i).v[k], sampleOf(*in, i).v[k], 1e-6f) << i << " " << k;
 }
 
-TEST(DeepFilter, FiltersWithoutTheirChannelOrSamplesLeaveListsAlone)
+TEST(DeepFilter, NullAndFiltersWithoutTheirChannelOrSamplesPassListsThrough)
 {
+    using F = IMB_DeepSampleFilter;
     ChannelsPtr chans = layout();
     ListPtr in = sampleList(chans, 3, false), empty(new IMB_DeepSampleList(chans, 0));
-    for (const FilterPtr &f : {IMB_DeepSampleFilter::precomposite("alpha"), IMB_DeepSampleFilter::monochrome("Z")})
+    // Told of no channel list, or given no samples.
+    for (const FilterPtr &f : {F::nullFilter(), F::precomposite("Of"), F::uncomposite("Of"), F::monochrome("C")})
     {
-        EXPECT_EQ(f->updateChannels(chans), chans);
-        EXPECT_EQ(f->apply(in), in);
-    }
-    // Told of no channel list, every filter passes lists through.
-    for (const FilterPtr &f : {IMB_DeepSampleFilter::precomposite("Of"), IMB_DeepSampleFilter::uncomposite("Of"),
-                               IMB_DeepSampleFilter::monochrome("C")})
-    {
+        EXPECT_FALSE(f->channels());
         EXPECT_FALSE(f->updateChannels(ChannelsPtr()));
         EXPECT_EQ(f->apply(in), in);
         f->updateChannels(chans);
         EXPECT_EQ(f->apply(empty), empty);
         EXPECT_EQ(f->apply(ListPtr()), ListPtr());
     }
+    // The null filter, and the others on a channel list without their channel.
+    for (const FilterPtr &f : {F::nullFilter(), F::precomposite("alpha"), F::monochrome("Z")})
+    {
+        EXPECT_EQ(f->updateChannels(chans), chans);
+        EXPECT_EQ(f->apply(in), in);
+        EXPECT_EQ(f->filteredTupleSize("C", 3), 3);
+    }
     ChannelsPtr scalar = channels({{"A", 1}});
-    FilterPtr one = IMB_DeepSampleFilter::monochrome("A");
+    FilterPtr one = F::monochrome("A");
     EXPECT_EQ(one->updateChannels(scalar), scalar);
     EXPECT_EQ(one->apply(listOf(scalar, {S{0, 0, {0.75f}, 0, 0}}))->channelData(0, 0)[0], 0.75f);
 }
 
 TEST(DeepFilter, SharedFilterAppliesFromManyThreads)
 {
-    ChannelsPtr chans = layout();
     FilterPtr f = IMB_DeepSampleFilter::precomposite("Of");
-    f->updateChannels(chans);
-    ListPtr in = sampleList(chans, 16, false);
+    const ListPtr in = sampleList(f->updateChannels(layout()), 16, false);
     const std::vector<S> reference = samplesOf(f->apply(in));
-    std::vector<int> ok(4, 0);
+    std::atomic<int> same{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
+        threads.emplace_back([&] {
             FilterPtr mine = f;
-            bool same = true;
-            for (int r = 0; r < 200 && same; ++r)
-                same = samplesOf(mine->apply(in)) == reference;
-            ok[t] = same;
+            for (int r = 0; r < 200; ++r)
+                same += samplesOf(mine->apply(in)) == reference;
         });
     for (auto &t : threads)
         t.join();
-    EXPECT_EQ(ok, std::vector<int>(4, 1));
+    EXPECT_EQ(same.load(), 800);
     EXPECT_EQ(f->use_count(), 1);
 }

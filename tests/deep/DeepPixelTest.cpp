@@ -13,7 +13,6 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 namespace
@@ -56,6 +55,9 @@ TEST(DeepPixel, StartsClosedAndClosingWithoutStoresGivesNull)
     EXPECT_EQ(p.x(), 3);
     EXPECT_EQ(p.y(), 7);
     EXPECT_FALSE(p.isRawStyle() || p.isMipStyle());
+    const std::string body = " {\n  myMipCount 0\n  myFloatCount 7\n  myXY 3 7\n}\n";
+    EXPECT_EQ(captured([&] { p.dump("px"); }), "px" + body);
+    EXPECT_EQ(captured([&] { p.dump(""); }), "DeepPixel" + body);
     auto rec = std::make_shared<RecordingCompressor>(chans);
     EXPECT_FALSE(p.closePixel(rec));
     EXPECT_FALSE(p.isOpen());
@@ -145,15 +147,6 @@ TEST(DeepPixel, MoreIdsThanPositionsStillCloseSafely)
     EXPECT_EQ(rec->compressed.size(), 41u);
     ASSERT_TRUE(out);
     EXPECT_EQ(out->channelData(2, 0)[0], 0.0f);
-}
-
-TEST(DeepPixel, DumpPrintsTheCountersAndPosition)
-{
-    IMB_DeepPixel p(colourOpacityId(), 2);
-    p.startPixel(12, 34, true);
-    const std::string body = " {\n  myMipCount 0\n  myFloatCount 7\n  myXY 12 34\n}\n";
-    EXPECT_EQ(capturedStderr([&] { p.dump("px"); }), "px" + body);
-    EXPECT_EQ(capturedStderr([&] { p.dump(""); }), "DeepPixel" + body);
 }
 
 namespace

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -104,27 +105,21 @@ TEST(DeepSampleList, VolumeNeedsTheBitAndADepthExtent)
     S flat = seeded(1, DSL::SAMPLE_VOLUME | DSL::SAMPLE_MATTE);
     flat.zb = flat.zf;
     ListPtr l = listOf(colourAlphaId(), {seeded(1, DSL::SAMPLE_VOLUME), flat, seeded(1), seeded(1, 0x82)});
-    const bool volume[] = {true, false, false, false}, matte[] = {false, true, false, true};
     for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_EQ(l->isVolume(i), volume[i]) << i;
-        EXPECT_EQ(l->isMatte(i), matte[i]) << i;
-    }
+        EXPECT_EQ(std::make_pair(l->isVolume(i), l->isMatte(i)), std::make_pair(i == 0, i % 2 == 1)) << i;
     EXPECT_EQ(l->zmid(0), (1.5f + 1.0f) * 0.5f);
 }
 
 TEST(DeepSampleList, CopyConstructorSharesChannelsAndCopiesTheCountedSamples)
 {
     ChannelsPtr chans = colourAlphaId();
-    ListPtr a(new DSL(chans, 5, true));
-    for (int i = 0; i < 5; ++i)
-        setSample(*a, i, seeded(float(i), uint8(i), uint64(1) << (i * 7)));
+    ListPtr a = listOf(chans, {seeded(0), seeded(1, 1, 1 << 7), seeded(2, 2, 1 << 14), seeded(3), seeded(4)}, true);
     a->setSampleCount(3);
     ListPtr b(new DSL(*a));
     EXPECT_EQ(b->use_count(), 1);
     EXPECT_EQ(b->sampleCapacity(), 3);
     EXPECT_TRUE(b->preComposited());
-    EXPECT_EQ(b->channels().get(), chans.get());
+    EXPECT_EQ(b->channels(), chans);
     EXPECT_EQ(samplesOf(b), samplesOf(a));
     EXPECT_NE(b->zfrontBuffer(), a->zfrontBuffer());
 }
@@ -209,18 +204,18 @@ TEST(DeepSampleList, DumpPrintsTheLabelledSamplesAndChannelValues)
     const std::string s1 = "    [1]{\n\t  zfront = 2\n\t   zback = 2.5\n\t   flags = 0x00\n"
                            "\tcoverage = 0xffffffffffffffff\n";
     const std::string c1 = "\t       C = {2.1, 2.2, 2.3}\n\t       A = {2.4}\n\t      id = {20}\n";
-    EXPECT_EQ(capturedStderr([&] { l->dump(chans, nullptr, 0, -1); }),
+    EXPECT_EQ(captured([&] { l->dump(chans, nullptr, 0, -1); }),
               head + s0 + c0 + "    }\n" + s1 + c1 + "    }\n}\n");
-    EXPECT_EQ(capturedStderr([&] { l->dump(ChannelsPtr(), "", 1, 2); }), head + s1 + "    }\n}\n");
+    EXPECT_EQ(captured([&] { l->dump(ChannelsPtr(), "", 1, 2); }), head + s1 + "    }\n}\n");
     l->setPreComposited(true);
-    EXPECT_EQ(capturedStderr([&] { l->dump("mine", 0, 0); }),
+    EXPECT_EQ(captured([&] { l->dump("mine", 0, 0); }),
               "mine[2] (composited) " + addressOf(l.get()) + " = {\n}\n");
 
     // Channel names longer than the field are not cut.
     ChannelsPtr wide = channels({{"transmission", 1}});
     DSL w(wide, 1);
     w.zeroData(0);
-    const std::string out = capturedStderr([&] { w.dump(wide, "x"); });
+    const std::string out = captured([&] { w.dump(wide, "x"); });
     EXPECT_NE(out.find("\ttransmission = {0}\n"), std::string::npos) << out;
     EXPECT_NE(out.find("\t  zfront = 3.40282e+38\n"), std::string::npos) << out;
 }

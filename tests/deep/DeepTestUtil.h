@@ -65,8 +65,7 @@ struct S
     }
     friend std::ostream &operator<<(std::ostream &os, const S &s)
     {
-        os << "{z " << s.zf << ".." << s.zb << " flags " << int(s.flags) << " cov " << std::hex << s.cov << std::dec
-           << " v";
+        os << "{z " << s.zf << ".." << s.zb << " flags " << int(s.flags) << " cov " << s.cov << " v";
         for (float x : s.v)
             os << ' ' << x;
         return os << '}';
@@ -153,17 +152,11 @@ private:
     ChannelsPtr myChannels;
 };
 
-// What `f` prints on stderr (or stdout).
-template <typename F> std::string capturedStderr(F &&f)
+// What `f` prints on stderr (or, with `out`, stdout).
+template <typename F> std::string captured(F &&f, bool out = false)
 {
-    testing::internal::CaptureStderr();
+    out ? testing::internal::CaptureStdout() : testing::internal::CaptureStderr();
     f();
-    return testing::internal::GetCapturedStderr();
-}
-template <typename F> std::string capturedStdout(F &&f)
-{
-    testing::internal::CaptureStdout();
-    f();
-    return testing::internal::GetCapturedStdout();
+    return out ? testing::internal::GetCapturedStdout() : testing::internal::GetCapturedStderr();
 }
 } // namespace deeptest
