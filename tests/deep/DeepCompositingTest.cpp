@@ -1,355 +1,304 @@
 // Running composites and their inverse, full opacity, segments and combine.
+// Composites are checked over many random lists against a plain reference of
+// the rules that walks one channel and one component at a time; the library
+// walks every channel sample by sample and forms the factors once per
+// sample, and the results must match to the bit.
 #include "DeepTestUtil.h"
 
 #include <IMB/IMB_DeepSampleList.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
+#include <string>
+#include <tuple>
 #include <vector>
 
 namespace
 {
 using namespace deeptest;
-using Plane = std::vector<float>;
+using DSL = IMB_DeepSampleList;
+using Planes = std::vector<std::vector<float>>;
 
-// Of (opacity, `opacitySize` floats), C (3), X (4: its fourth component uses
-// the mean opacity), id (1, ordinal).
-ChannelsPtr layout(int opacitySize)
+// Of (opacity, `ot` floats), C (3), X (4), id (1, ordinal).
+ChannelsPtr layout(int ot) { return channels({{"Of", ot}, {"C", 3}, {"X", 4}, {"id", 1, true}}); }
+
+// A sample of layout(1): opacity a, colour c in every component of C and X.
+S smp(float zf, float zb, float a, float c, float id, uint8 flags = 0)
 {
-    return channels({{"Of", opacitySize}, {"C", 3}, {"X", 4}, {"id", 1, true}});
+    return S{zf, zb, {a, c, c, c, c, c, c, c, id}, flags, ~0ull};
 }
 
-ListPtr makeList(const ChannelsPtr &chans, const std::vector<std::vector<float>> &planes, bool composited = false)
+// A sample of layout(3) with only its opacity set.
+S op3(float a0, float a1, float a2) { return S{0, 0, {a0, a1, a2, 0, 0, 0, 0, 0, 0, 0, 0}, 0, 0}; }
+
+// The opacity of component c of sample i, read from the opacity plane `op`
+// of tuple size ot (1, 3 or more: beyond three, the mean of the first three).
+float opacityFor(const std::vector<float> &op, int ot, int i, int c)
 {
-    const int count = static_cast<int>(planes[0].size()) / chans->tupleSize(0);
-    ListPtr l(new IMB_DeepSampleList(chans, count, composited));
-    for (int i = 0; i < count; ++i)
+    const float *a = op.data() + static_cast<std::size_t>(i) * ot;
+    if (ot == 1 || c < 3)
+        return a[ot == 1 ? 0 : c];
+    const float sum = a[0] + a[1] + a[2];
+    return static_cast<float>(static_cast<double>(sum) * 0.3333333333333333);
+}
+
+// One channel with the running rule (front to back) or its inverse (back to
+// front), reading the opacity plane as it is at that moment.
+void refChannel(bool forward, std::vector<float> &v, int t, const std::vector<float> &op, int ot, int count)
+{
+    for (int step = 1; step < count; ++step)
     {
-        l->zfrontBuffer()[i] = float(i);
-        l->zbackBuffer()[i] = float(i) + 0.5f;
-        l->flagBuffer()[i] = 0;
-        l->coverageBuffer()[i] = ~0ull;
+        const int i = forward ? step : count - step;
+        for (int c = 0; c < t; ++c)
+        {
+            float &cur = v[static_cast<std::size_t>(i) * t + c];
+            const float prev = v[static_cast<std::size_t>(i - 1) * t + c];
+            const float A = opacityFor(op, ot, i - 1, c);
+            if (ot == 1 && forward)
+            {
+                // Deliberately 1 - 1/(1 - A), in double, for a single opacity.
+                const double f = A < 1.0f ? 1.0 - 1.0 / (1.0 - static_cast<double>(A)) : 1.0;
+                cur = static_cast<float>(f * static_cast<double>(cur) + static_cast<double>(prev));
+            }
+            else if (ot == 1)
+            {
+                const double g = !(A >= 1.0f) ? 1.0 / (1.0 - static_cast<double>(A)) : 0.0;
+                cur = static_cast<float>(static_cast<double>(cur - prev) * g);
+            }
+            else if (forward)
+            {
+                const float scaled = (1.0f - A) * cur;
+                cur = scaled + prev;
+            }
+            else
+            {
+                const float g = !(A >= 1.0f) ? 1.0f / (1.0f - A) : 0.0f;
+                if (g != 1.0f) // deliberately kept after a zero opacity
+                    cur = (cur - prev) * g;
+            }
+        }
     }
-    for (int ch = 0; ch < chans->channelCount(); ++ch)
-        for (std::size_t k = 0; k < planes[ch].size(); ++k)
-            l->channelBuffer(ch)[k] = planes[ch][k];
-    return l;
 }
 
-Plane planeOf(const IMB_DeepSampleList &l, int ch)
+// Compositing runs the opacity first, each sample reading its already
+// composited predecessor; the inverse runs it last, on a copy.
+void refComposite(bool forward, Planes &planes, int opacity, const std::vector<int> &sizes, int count)
 {
-    const float *p = l.channelBuffer(ch);
-    return Plane(p, p + l.sampleCount() * l.channels()->tupleSize(ch));
+    const int ot = sizes[static_cast<std::size_t>(opacity)];
+    std::vector<float> &op = planes[static_cast<std::size_t>(opacity)];
+    if (forward)
+        refChannel(true, op, ot, op, ot, count);
+    for (std::size_t ch = 0; ch < planes.size(); ++ch)
+        if (static_cast<int>(ch) != opacity)
+            refChannel(forward, planes[ch], sizes[ch], op, ot, count);
+    if (!forward)
+    {
+        const std::vector<float> copy = op;
+        refChannel(false, op, ot, copy, ot, count);
+    }
 }
 
-// Opacity for component c from an opacity tuple of size ot >= 3.
-float refOpacity(const float *a, int c)
+// Random opacities mixing ordinary values with exact 0 and 1, values above
+// 1 and slightly negative ones; colours of either sign.
+float randomOpacity(std::mt19937 &rng)
 {
-    if (c < 3)
-        return a[c];
-    float sum = a[0] + a[1] + a[2];
-    return float(double(sum) * 0.3333333333333333);
+    switch (std::uniform_int_distribution<int>(0, 9)(rng))
+    {
+    case 0: return 0.0f;
+    case 1: return 1.0f;
+    case 2: return std::uniform_real_distribution<float>(1.0f, 3.0f)(rng);
+    case 3: return std::uniform_real_distribution<float>(-0.5f, 0.0f)(rng);
+    case 4: return 0.999999f;
+    default: return std::uniform_real_distribution<float>(0.0f, 1.0f)(rng);
+    }
 }
 
-std::vector<std::vector<float>> fourSamples(int ot)
+class DeepCompositingRandom : public ::testing::TestWithParam<int>
 {
-    std::vector<float> op;
-    const float alphas[4][3] = {{0.25f, 0.5f, 0.0f}, {0.5f, 0.0f, 0.75f}, {0.125f, 0.3f, 0.6f}, {1.0f, 1.0f, 1.0f}};
-    for (auto &a : alphas)
-        for (int c = 0; c < ot; ++c)
-            op.push_back(a[c]);
-    return {op,
-            {0.2f, 0.4f, 0.1f, 0.3f, 0.1f, 0.6f, 0.05f, 0.2f, 0.4f, 0.9f, 0.8f, 0.7f},
-            {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16},
-            {7, 8, 9, 10}};
-}
+};
 } // namespace
 
-TEST(DeepCompositing, OneSampleOnlyFlipsTheFlag)
+// Composite, uncomposite, and composite then uncomposite (composited random
+// lists reach large and infinite values behind opaque samples), with the
+// opacity of size 1, 3 or 4 at every position among channels of tuple sizes
+// 3, 1, 4, 2 and 5, the last one ordinal (composited like the rest).
+TEST_P(DeepCompositingRandom, CompositeUncompositeAndRoundTripMatchTheRulesToTheBit)
 {
-    ChannelsPtr chans = layout(3);
-    ListPtr l = makeList(chans, {{0.5f, 0.5f, 0.5f}, {1, 2, 3}, {1, 2, 3, 4}, {9}});
-    l->composite(0);
-    EXPECT_TRUE(l->preComposited());
-    EXPECT_EQ(planeOf(*l, 1), (Plane{1, 2, 3}));
-    l->uncomposite(0);
-    EXPECT_FALSE(l->preComposited());
-    EXPECT_EQ(planeOf(*l, 1), (Plane{1, 2, 3}));
-}
-
-TEST(DeepCompositing, PerComponentOpacityRunsFrontToBackWithTheMeanBeyondThree)
-{
-    ChannelsPtr chans = layout(3);
-    auto planes = fourSamples(3);
-    ListPtr l = makeList(chans, planes);
-    l->composite(0);
-    EXPECT_TRUE(l->preComposited());
-    // Spot check by hand: C[1][0] = (1 - 0.25) * 0.3 + 0.2.
-    EXPECT_FLOAT_EQ(l->channelData(1, 1)[0], 0.75f * 0.3f + 0.2f);
-    // The ordinal channel is composited like any other (composite runs over
-    // every channel).
-    EXPECT_NE(l->channelData(3, 1)[0], 8.0f);
-}
-
-TEST(DeepCompositing, SingleOpacityUsesItsOwnFactor)
-{
-    ChannelsPtr chans = layout(1);
-    auto planes = fourSamples(1);
-    ListPtr l = makeList(chans, planes);
-    l->composite(0);
-    // By hand: A0 = 0.25 gives f = 1 - 1/0.75 = -1/3, so
-    // Of[1] = -1/3 * 0.5 + 0.25 and C[1][0] = -1/3 * 0.3 + 0.2.
-    const double f0 = 1.0 - 1.0 / 0.75;
-    EXPECT_EQ(l->channelData(0, 1)[0], float(f0 * 0.5 + 0.25));
-    EXPECT_EQ(l->channelData(1, 1)[0], float(f0 * double(0.3f) + double(0.2f)));
-}
-
-TEST(DeepCompositing, SingleOpacityAtOrAboveOneAddsTheWholeValue)
-{
-    ChannelsPtr chans = layout(1);
-    ListPtr l = makeList(chans, {{1.0f, 0.5f, 2.0f}, {0, 0, 1, 1, 1, 1, 2, 2, 2}, Plane(12, 1.0f), {1, 2, 3}});
-    l->composite(0);
-    EXPECT_EQ(l->channelData(0, 1)[0], 1.5f); // f = 1 after A = 1
-    EXPECT_EQ(l->channelData(1, 1)[0], 1.0f);
-    // Uncompositing with A = 1 before gives g = 0: the value becomes 0.
-    l->uncomposite(0);
-    EXPECT_EQ(l->channelData(1, 1)[0], 0.0f);
-    EXPECT_EQ(l->channelData(0, 1)[0], 0.0f);
-    EXPECT_EQ(l->channelData(0, 0)[0], 1.0f); // sample 0 never changes
-}
-
-TEST(DeepCompositing, UncompositeRestoresValuesExceptAfterZeroOpacity)
-{
-    ChannelsPtr chans = layout(3);
-    const auto original = fourSamples(3);
-    ListPtr l = makeList(chans, original);
-    l->composite(0);
-    std::vector<Plane> composited;
-    for (int ch = 0; ch < 4; ++ch)
-        composited.push_back(planeOf(*l, ch));
-    l->uncomposite(0);
-    EXPECT_FALSE(l->preComposited());
-    const int sizes[4] = {3, 3, 4, 1};
-    for (int ch = 0; ch < 4; ++ch)
+    const int ot = GetParam();
+    for (int mode = 0; mode < 3; ++mode)
     {
-        const int t = sizes[ch];
-        for (int i = 0; i < 4; ++i)
-            for (int c = 0; c < t; ++c)
+        std::mt19937 rng(1000u * unsigned(mode + 1) + static_cast<unsigned>(ot));
+        for (int round = 0; round < (mode == 2 ? 200 : 300); ++round)
+        {
+            const int opacity = round % 6;
+            ChannelsPtr chans(new IMB_DeepChannelList);
+            std::vector<int> sizes;
+            const int others[] = {3, 1, 4, 2, 5};
+            for (int ch = 0, other = 0; ch < 6; ++ch)
             {
-                const float *prevA = &composited[0][(i > 0 ? i - 1 : 0) * 3];
-                const bool zeroBefore = i > 0 && refOpacity(prevA, c) == 0.0f;
-                const float got = l->channelData(ch, i)[c];
-                if (zeroBefore)
-                    EXPECT_EQ(got, composited[ch][i * t + c]) << ch << " " << i << " " << c;
-                else
-                    EXPECT_NEAR(got, original[ch][i * t + c], 1e-5f) << ch << " " << i << " " << c;
+                sizes.push_back(ch == opacity ? ot : others[other++]);
+                chans->addChannel(("c" + std::to_string(ch)).c_str(), sizes.back(), ch == 5 && ch != opacity);
             }
+            // Mostly short lists; now and then one beyond the inline scratch.
+            const int count = round % 97 == 5 ? 700 : std::uniform_int_distribution<int>(0, 40)(rng);
+            Planes planes(6);
+            for (int ch = 0; ch < 6; ++ch)
+                for (int n = 0; n < count * sizes[static_cast<std::size_t>(ch)]; ++n)
+                    planes[static_cast<std::size_t>(ch)].push_back(
+                        ch == opacity ? randomOpacity(rng) : std::uniform_real_distribution<float>(-2.0f, 4.0f)(rng));
+            ListPtr l(new DSL(chans, count, mode == 1));
+            for (int ch = 0; count > 0 && ch < 6; ++ch)
+                std::copy(planes[ch].begin(), planes[ch].end(), l->channelBuffer(ch));
+            if (mode != 1)
+            {
+                l->composite(opacity);
+                refComposite(true, planes, opacity, sizes, count);
+                EXPECT_TRUE(l->preComposited());
+            }
+            if (mode != 0)
+            {
+                l->uncomposite(opacity);
+                refComposite(false, planes, opacity, sizes, count);
+                EXPECT_FALSE(l->preComposited());
+            }
+            for (int ch = 0; ch < 6; ++ch)
+                for (std::size_t n = 0; n < planes[ch].size(); ++n)
+                    ASSERT_TRUE(sameBits(l->channelBuffer(ch)[n], planes[ch][n], true))
+                        << "mode " << mode << " round " << round << " channel " << ch << " value " << n << ": "
+                        << l->channelBuffer(ch)[n] << ", want " << planes[ch][n];
+        }
     }
-    // Sample 0 has opacity component 2 of 0, so sample 1's component 2 kept
-    // its composited value.
-    EXPECT_EQ(l->channelData(1, 1)[2], composited[1][5]);
 }
 
-TEST(DeepCompositing, ForceDecidesWhetherTheCurrentFormIsRespected)
+INSTANTIATE_TEST_SUITE_P(OpacityTupleSizes, DeepCompositingRandom, ::testing::Values(1, 3, 4),
+                         [](const ::testing::TestParamInfo<int> &info) {
+                             return "OpacityOf" + std::to_string(info.param);
+                         });
+
+TEST(DeepCompositing, ForceOrAnOpacityIndexOutsideTheListDecideWhetherAnythingChanges)
 {
-    // A composited list is composited again only when forced; likewise the inverse.
-    for (bool composite : {true, false})
+    // A composited list is composited again only when forced; likewise the
+    // inverse. An opacity index outside the list changes nothing.
+    for (bool composited : {true, false})
     {
-        ListPtr l = makeList(layout(3), fourSamples(3), composite);
-        const Plane before = planeOf(*l, 1);
-        composite ? l->composite(0, false) : l->uncomposite(0, false);
-        EXPECT_EQ(planeOf(*l, 1), before) << composite;
-        composite ? l->composite(0, true) : l->uncomposite(0, true);
-        EXPECT_NE(planeOf(*l, 1), before) << composite;
-        EXPECT_EQ(l->preComposited(), composite);
+        ListPtr l = listOf(layout(1), {smp(0, 0, 0.5f, 1, 1), smp(1, 1, 0.25f, 2, 2)}, composited);
+        const std::vector<S> before = samplesOf(l);
+        for (int outside : {4, -1})
+            composited ? l->uncomposite(outside) : l->composite(outside);
+        composited ? l->composite(0, false) : l->uncomposite(0, false);
+        EXPECT_EQ(samplesOf(l), before) << composited;
+        EXPECT_EQ(l->preComposited(), composited);
+        composited ? l->composite(0, true) : l->uncomposite(0, true);
+        EXPECT_NE(samplesOf(l), before) << composited;
+        EXPECT_EQ(l->preComposited(), composited);
+        EXPECT_EQ(l->findFullOpacity(9, 0.1f), 2);
     }
 }
 
-TEST(DeepCompositing, AnOpacityIndexOutsideTheListChangesNothing)
+TEST(DeepCompositing, FindFullOpacityCountsTheSamplesUpToOpaqueInEveryComponent)
 {
-    ChannelsPtr chans = layout(3);
-    ListPtr l = makeList(chans, fourSamples(3));
-    const Plane before = planeOf(*l, 1);
-    l->composite(7);
-    l->composite(-1);
-    EXPECT_FALSE(l->preComposited());
-    EXPECT_EQ(planeOf(*l, 1), before);
-    EXPECT_EQ(l->findFullOpacity(9, 1.0f), 4);
-}
-
-TEST(DeepCompositing, FindFullOpacityCountsTheSamplesUpToOpaque)
-{
-    ChannelsPtr chans = layout(3);
-    // Second sample fully opaque.
-    ListPtr l = makeList(chans, {{0.5f, 0.2f, 0.1f, 1, 1, 1, 0.3f, 0.3f, 0.3f},
-                                 Plane(9, 0.0f), Plane(12, 0.0f), Plane(3, 0.0f)});
-    EXPECT_EQ(l->findFullOpacity(0, 1.0f), 2);
-    EXPECT_EQ(l->findFullOpacity(0, 0.5f), 2);  // accumulates 0.5, 0.2, 0.1 then 1, 1, 1
-    EXPECT_EQ(l->findFullOpacity(0, 0.05f), 1);
-    l->setPreComposited(true);
-    EXPECT_EQ(l->findFullOpacity(0, 1.0f), 2);
-    EXPECT_EQ(l->findFullOpacity(0, 0.25f), 2); // composited: sample 1 is the first with all >= 0.25
-    EXPECT_EQ(l->findFullOpacity(0, 2.0f), 3);  // never: the count
-
-    // Accumulation reaches the threshold only after several samples:
-    // 0.5 -> 0.75 -> 0.875 -> 0.9375.
-    ListPtr half = makeList(chans, {Plane(12, 0.5f), Plane(12, 0.0f), Plane(16, 0.0f), Plane(4, 0.0f)});
-    EXPECT_EQ(half->findFullOpacity(0, 0.875f), 3);
-    EXPECT_EQ(half->findFullOpacity(0, 0.8f), 3);
-    EXPECT_EQ(half->findFullOpacity(0, 0.9f), 4);
-    EXPECT_EQ(half->findFullOpacity(0, 0.75f), 2);
-
-    ListPtr one = makeList(chans, {{0.0f, 0.0f, 0.0f}, Plane(3, 0.0f), Plane(4, 0.0f), Plane(1, 0.0f)});
-    EXPECT_EQ(one->findFullOpacity(0, 1.0f), 1);
-    one->setSampleCount(0);
-    EXPECT_EQ(one->findFullOpacity(0, 1.0f), 0);
-}
-
-TEST(DeepCompositing, FindFullOpacityOfAnEmptyOpacityTupleIsOne)
-{
-    ChannelsPtr chans(new IMB_DeepChannelList);
-    chans->addChannel("Of", 0);
-    chans->addChannel("C", 1);
-    ListPtr l(new IMB_DeepSampleList(chans, 3, true));
-    EXPECT_EQ(l->findFullOpacity(0, 1.0f), 1);
-    l->setPreComposited(false);
-    EXPECT_EQ(l->findFullOpacity(0, 1.0f), 1);
+    const std::vector<S> mixed = {op3(0.5f, 0.2f, 0.1f), op3(1, 1, 1), op3(0.3f, 0.3f, 0.3f)};
+    const std::vector<S> halves(4, op3(0.5f, 0.5f, 0.5f)); // accumulate 0.5, 0.75, 0.875, 0.9375
+    const std::vector<S> one = {op3(0, 0, 0)}, none;
+    // Samples, composited, threshold, count.
+    const std::tuple<const std::vector<S> &, bool, float, int> cases[] = {
+        {mixed, false, 1.0f, 2},   {mixed, false, 0.5f, 2},   {mixed, false, 0.05f, 1}, {mixed, true, 1.0f, 2},
+        {mixed, true, 0.25f, 2},   {mixed, true, 2.0f, 3},    {halves, false, 0.875f, 3}, {halves, false, 0.8f, 3},
+        {halves, false, 0.9f, 4},  {halves, false, 0.75f, 2}, {one, false, 1.0f, 1},    {none, false, 1.0f, 0},
+    };
+    for (const auto &[samples, composited, threshold, count] : cases)
+        EXPECT_EQ(listOf(layout(3), samples, composited)->findFullOpacity(0, threshold), count) << threshold;
+    // An empty opacity tuple is full at once, in either form.
+    for (bool composited : {true, false})
+        EXPECT_EQ(DSL(channels({{"Of", 0}, {"C", 1}}), 3, composited).findFullOpacity(0, 1.0f), 1);
 }
 
 TEST(DeepCompositing, ExtractSegmentScalesByTheSquareRootOfTheVolumeRatio)
 {
     ChannelsPtr chans = layout(1);
-    ListPtr src = makeList(chans, {{0.5f}, {1, 2, 3}, {4, 5, 6, 7}, {42}});
-    src->zfrontBuffer()[0] = 2.0f;
-    src->zbackBuffer()[0] = 6.0f;
-    src->flagBuffer()[0] = IMB_DeepSampleList::SAMPLE_VOLUME;
-    ListPtr dst(new IMB_DeepSampleList(chans, 3));
-
+    ListPtr src = listOf(chans, {S{2, 6, {0.5f, 1, 2, 3, 4, 5, 6, 7, 42}, DSL::SAMPLE_VOLUME, 5}});
+    ListPtr dst(new DSL(chans, 3));
     dst->extractSegment(0, *src, 0, 1.0f, 10.0f, 123.0f); // whole range: weight exactly 1
-    EXPECT_EQ(dst->zfront(0), 2.0f);
-    EXPECT_EQ(dst->zback(0), 6.0f);
-    EXPECT_EQ(dst->channelData(1, 0)[2], 3.0f);
-    EXPECT_EQ(dst->flags(0), IMB_DeepSampleList::SAMPLE_VOLUME);
+    EXPECT_EQ(sampleOf(*dst, 0), sampleOf(*src, 0));
 
     dst->extractSegment(1, *src, 0, 3.0f, 4.5f);
-    const float ratio = (1.0f - std::exp(-(4.5f - 3.0f))) / (1.0f - std::exp(-(6.0f - 2.0f)));
-    const float w = std::sqrt(ratio);
-    EXPECT_EQ(dst->zfront(1), 3.0f);
-    EXPECT_EQ(dst->zback(1), 4.5f);
-    EXPECT_EQ(dst->channelData(1, 1)[1], w * 2.0f);
-    EXPECT_EQ(dst->channelData(0, 1)[0], w * 0.5f);
-    EXPECT_EQ(dst->channelData(3, 1)[0], 42.0f); // ordinal kept
+    const float w = std::sqrt((1.0f - std::exp(-(4.5f - 3.0f))) / (1.0f - std::exp(-(6.0f - 2.0f))));
+    EXPECT_EQ(sampleOf(*dst, 1),
+              (S{3, 4.5f, {w * 0.5f, w * 1, w * 2, w * 3, w * 4, w * 5, w * 6, w * 7, 42}, DSL::SAMPLE_VOLUME, 5}));
 
-    dst->extractSegment(2, *src, 0, 7.0f, 9.0f); // outside: back < front, negative ratio
-    EXPECT_TRUE(std::isnan(dst->channelData(1, 2)[0]));
-    EXPECT_EQ(dst->channelData(3, 2)[0], 42.0f);
-    EXPECT_EQ(dst->zfront(2), 7.0f);
-    EXPECT_EQ(dst->zback(2), 6.0f);
+    dst->extractSegment(2, *src, 0, 7.0f, 9.0f); // outside: back < front, a negative ratio
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(sampleOf(*dst, 2), (S{7, 6, {nan, nan, nan, nan, nan, nan, nan, nan, 42}, DSL::SAMPLE_VOLUME, 5}));
 }
 
 TEST(DeepCompositing, SplitSegmentsCutsVolumesAtTheOtherListsBoundaries)
 {
     ChannelsPtr chans = layout(1);
-    ListPtr a = makeList(chans, {{0.5f, 0.5f}, {1, 1, 1, 2, 2, 2}, Plane(8, 1.0f), {7, 8}}, true);
-    a->zfrontBuffer()[0] = 0.0f; // volume 0..4
-    a->zbackBuffer()[0] = 4.0f;
-    a->flagBuffer()[0] = IMB_DeepSampleList::SAMPLE_VOLUME;
-    a->zfrontBuffer()[1] = 5.0f; // surface 5..5
-    a->zbackBuffer()[1] = 5.0f;
-    ListPtr b = makeList(chans, {{0.5f, 0.5f}, Plane(6, 0.0f), Plane(8, 0.0f), {0, 0}});
-    b->zfrontBuffer()[0] = 1.0f;
-    b->zbackBuffer()[0] = 3.0f;
-    b->zfrontBuffer()[1] = 4.0f; // on the volume's back edge: no cut
-    b->zbackBuffer()[1] = 5.0f;
-
+    const uint8 V = DSL::SAMPLE_VOLUME;
+    ListPtr a = listOf(chans, {smp(0, 4, 0.5f, 1, 7, V), smp(5, 5, 0.5f, 2, 8)}, true);
+    // A cut at 1 and 3 inside the volume; 4 lies on its back edge and 5 at
+    // the surface: no cut.
+    ListPtr b = listOf(chans, {smp(1, 3, 0.5f, 0, 0), smp(4, 5, 0.5f, 0, 0)});
     ListPtr s = a->splitSegments(*b);
     ASSERT_EQ(s->sampleCount(), 4);
     EXPECT_TRUE(s->preComposited());
-    const float bounds[4][2] = {{0, 1}, {1, 3}, {3, 4}, {5, 5}};
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_EQ(s->zfront(i), bounds[i][0]) << i;
-        EXPECT_EQ(s->zback(i), bounds[i][1]) << i;
-    }
+    const float bounds[3][2] = {{0, 1}, {1, 3}, {3, 4}};
     for (int i = 0; i < 3; ++i)
     {
         const float lo = bounds[i][0], hi = bounds[i][1];
         const float w = std::sqrt((1.0f - std::exp(-(hi - lo))) / (1.0f - std::exp(-(4.0f - 0.0f))));
-        EXPECT_EQ(s->channelData(1, i)[0], w * 1.0f) << i;
-        EXPECT_EQ(s->channelData(3, i)[0], 7.0f) << i;
+        EXPECT_EQ(sampleOf(*s, i), smp(lo, hi, w * 0.5f, w, 7, V)) << i;
     }
-    EXPECT_EQ(s->channelData(1, 3)[0], 2.0f);
+    EXPECT_EQ(sampleOf(*s, 3), sampleOf(*a, 1));
 
-    // A list without boundaries inside the volume copies it whole.
-    ListPtr none = makeList(chans, {{0.5f}, Plane(3, 0.0f), Plane(4, 0.0f), {0}});
-    none->zfrontBuffer()[0] = 10.0f;
-    none->zbackBuffer()[0] = std::numeric_limits<float>::quiet_NaN();
-    ListPtr whole = a->splitSegments(*none);
-    ASSERT_EQ(whole->sampleCount(), 2);
-    EXPECT_EQ(whole->zback(0), 4.0f);
-    EXPECT_EQ(whole->channelData(1, 0)[0], 1.0f);
+    // A list without boundaries inside the volume (NaN is none) copies it whole.
+    ListPtr none = listOf(chans, {smp(10, std::numeric_limits<float>::quiet_NaN(), 0.5f, 0, 0)});
+    EXPECT_EQ(samplesOf(a->splitSegments(*none)), samplesOf(a));
 }
 
 TEST(DeepCompositing, CombineReturnsAnOperandWhenTheOtherCannotJoin)
 {
     ChannelsPtr chans = layout(1);
-    ListPtr a = makeList(chans, {{0.5f}, Plane(3, 1.0f), Plane(4, 1.0f), {1}});
-    ListPtr empty(new IMB_DeepSampleList(chans, 0));
-    EXPECT_EQ(IMB_DeepSampleList::combine(ListPtr(), a), a);
-    EXPECT_EQ(IMB_DeepSampleList::combine(empty, a), a);
-    EXPECT_EQ(IMB_DeepSampleList::combine(ListPtr(), ListPtr()), ListPtr());
-    EXPECT_EQ(IMB_DeepSampleList::combine(a, ListPtr()), a);
-    EXPECT_EQ(IMB_DeepSampleList::combine(a, empty), a);
-    ListPtr composited = makeList(chans, {{0.5f}, Plane(3, 1.0f), Plane(4, 1.0f), {1}}, true);
-    EXPECT_EQ(IMB_DeepSampleList::combine(a, composited), a);
-    ChannelsPtr other = layout(3);
-    ListPtr foreign = makeList(other, {{0.5f, 0.5f, 0.5f}, Plane(3, 1.0f), Plane(4, 1.0f), {1}});
-    EXPECT_EQ(IMB_DeepSampleList::combine(a, foreign), a);
+    ListPtr a = listOf(chans, {smp(0, 0, 0.5f, 1, 1)});
+    ListPtr empty(new DSL(chans, 0));
+    ListPtr composited = listOf(chans, {smp(0, 0, 0.5f, 1, 1)}, true);
+    ListPtr foreign = listOf(layout(3), {op3(0.5f, 0.5f, 0.5f)});
+    EXPECT_EQ(DSL::combine(ListPtr(), ListPtr()), ListPtr());
+    for (const ListPtr &nothing : {ListPtr(), empty})
+    {
+        EXPECT_EQ(DSL::combine(nothing, a), a);
+        EXPECT_EQ(DSL::combine(a, nothing), a);
+    }
+    EXPECT_EQ(DSL::combine(a, composited), a);
+    EXPECT_EQ(DSL::combine(a, foreign), a);
     // An equal but distinct channel list joins.
-    ListPtr twin = makeList(layout(1), {{0.5f}, Plane(3, 2.0f), Plane(4, 2.0f), {2}});
-    ListPtr both = IMB_DeepSampleList::combine(a, twin);
+    ListPtr both = DSL::combine(a, listOf(layout(1), {smp(0, 0, 0.5f, 2, 2)}));
     ASSERT_TRUE(both);
     EXPECT_EQ(both->sampleCount(), 2);
     EXPECT_EQ(both->channels(), a->channels());
 }
 
-TEST(DeepCompositing, CombineInterleavesBothListsByMidDepth)
+TEST(DeepCompositing, CombineInterleavesByMidDepthAndCutsOverlappingVolumes)
 {
     ChannelsPtr chans = layout(1);
-    ListPtr a = makeList(chans, {{0.1f, 0.2f, 0.3f}, Plane(9, 0.0f), Plane(12, 0.0f), {1, 2, 3}}, true);
-    ListPtr b = makeList(chans, {{0.4f, 0.5f}, Plane(6, 0.0f), Plane(8, 0.0f), {4, 5}}, true);
-    const float af[3] = {1, 4, 9}, bf[2] = {2, 4};
-    for (int i = 0; i < 3; ++i)
-        a->zfrontBuffer()[i] = a->zbackBuffer()[i] = af[i];
-    for (int i = 0; i < 2; ++i)
-        b->zfrontBuffer()[i] = b->zbackBuffer()[i] = bf[i];
-    ListPtr c = IMB_DeepSampleList::combine(a, b);
-    ASSERT_EQ(c->sampleCount(), 5);
+    ListPtr a = listOf(chans, {smp(1, 1, 0.1f, 0, 1), smp(4, 4, 0.2f, 0, 2), smp(9, 9, 0.3f, 0, 3)}, true);
+    ListPtr b = listOf(chans, {smp(2, 2, 0.4f, 0, 4), smp(4, 4, 0.5f, 0, 5)}, true);
+    ListPtr c = DSL::combine(a, b);
     EXPECT_TRUE(c->preComposited());
-    const float ids[5] = {1, 4, 2, 5, 3}; // equal depth 4: the first operand first
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(c->channelData(3, i)[0], ids[i]) << i;
-    for (int i = 1; i < 5; ++i)
-        EXPECT_LE(c->zmid(i - 1), c->zmid(i));
-}
+    std::vector<float> ids;
+    for (const S &s : samplesOf(c))
+        ids.push_back(s.v[8]);
+    EXPECT_EQ(ids, (std::vector<float>{1, 4, 2, 5, 3})); // equal depth 4: the first operand first
 
-TEST(DeepCompositing, CombineCutsOverlappingVolumesIntoEachOthersPieces)
-{
-    ChannelsPtr chans = layout(1);
-    ListPtr a = makeList(chans, {{0.5f}, Plane(3, 1.0f), Plane(4, 1.0f), {1}});
-    ListPtr b = makeList(chans, {{0.5f}, Plane(3, 1.0f), Plane(4, 1.0f), {2}});
-    a->zfrontBuffer()[0] = 0.0f;
-    a->zbackBuffer()[0] = 2.0f;
-    b->zfrontBuffer()[0] = 1.0f;
-    b->zbackBuffer()[0] = 3.0f;
-    a->flagBuffer()[0] = b->flagBuffer()[0] = IMB_DeepSampleList::SAMPLE_VOLUME;
-    ListPtr c = IMB_DeepSampleList::combine(a, b);
-    ASSERT_EQ(c->sampleCount(), 4);
+    const uint8 V = DSL::SAMPLE_VOLUME;
+    ListPtr va = listOf(chans, {smp(0, 2, 0.5f, 1, 1, V)}), vb = listOf(chans, {smp(1, 3, 0.5f, 1, 2, V)});
+    const std::vector<S> pieces = samplesOf(DSL::combine(va, vb));
+    ASSERT_EQ(pieces.size(), 4u);
     const float expect[4][3] = {{0, 1, 1}, {1, 2, 1}, {1, 2, 2}, {2, 3, 2}};
     for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_EQ(c->zfront(i), expect[i][0]) << i;
-        EXPECT_EQ(c->zback(i), expect[i][1]) << i;
-        EXPECT_EQ(c->channelData(3, i)[0], expect[i][2]) << i;
-    }
+        EXPECT_EQ(std::vector<float>({pieces[i].zf, pieces[i].zb, pieces[i].v[8]}),
+                  std::vector<float>(expect[i], expect[i] + 3))
+            << i;
 }

@@ -3,38 +3,27 @@
 
 #include <IMB/IMB_DeepSampleList.h>
 
-#include <cstdint>
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace
 {
 using namespace deeptest;
+using DSL = IMB_DeepSampleList;
 
 constexpr float kBig = 3.4028235e38f;
 
 // C (3 floats), A (1 float), id (1 float, ordinal): totalSize 5.
 ChannelsPtr colourAlphaId() { return channels({{"C", 3}, {"A", 1}, {"id", 1, true}}); }
 
-// Fills sample i with values derived from a seed so that every value differs.
-void setSample(IMB_DeepSampleList &l, int i, float seed, uint8 flags = 0, uint64 cov = 0)
+// A sample whose every value differs, derived from `seed`.
+S seeded(float seed, uint8 flags = 0, uint64 cov = 0)
 {
-    l.zfrontBuffer()[i] = seed;
-    l.zbackBuffer()[i] = seed + 0.5f;
-    l.flagBuffer()[i] = flags;
-    l.coverageBuffer()[i] = cov;
-    float *c = l.channelData(0, i);
-    c[0] = seed + 0.1f;
-    c[1] = seed + 0.2f;
-    c[2] = seed + 0.3f;
-    l.channelData(1, i)[0] = seed + 0.4f;
-    l.channelData(2, i)[0] = seed * 10.0f;
-}
-
-std::string dumpOf(const IMB_DeepSampleList &l, const ChannelsPtr &chans, const char *label, int start, int end)
-{
-    return capturedStderr([&] { l.dump(chans, label, start, end); });
+    return S{seed, seed + 0.5f, {seed + 0.1f, seed + 0.2f, seed + 0.3f, seed + 0.4f, seed * 10.0f}, flags, cov};
 }
 
 std::string addressOf(const void *p)
@@ -48,9 +37,8 @@ std::string addressOf(const void *p)
 TEST(DeepSampleList, StorageIsOneFloatBlockWithSampleMajorChannelPlanes)
 {
     ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 4, true);
+    DSL l(chans, 4, true);
     EXPECT_EQ(l.sampleCount(), 4);
-    EXPECT_EQ(l.size(), 4);
     EXPECT_EQ(l.sampleCapacity(), 4);
     EXPECT_TRUE(l.preComposited());
     EXPECT_EQ(l.channels(), chans);
@@ -61,86 +49,48 @@ TEST(DeepSampleList, StorageIsOneFloatBlockWithSampleMajorChannelPlanes)
     EXPECT_EQ(l.channelBuffer(2), base + 8 + 12 + 4);
     EXPECT_EQ(l.channelData(0, 2), base + 8 + 6);
     EXPECT_EQ(l.channelData(1, 3), base + 8 + 12 + 3);
-    // The fill family hands out pointers into the planes and leaves the scratch alone.
-    float scratch[16];
-    std::memset(scratch, 0x7f, sizeof scratch);
-    uint8 fscratch[4] = {9, 9, 9, 9};
-    uint64 cscratch[4] = {};
-    EXPECT_EQ(l.fillZfront(scratch, 1), base + 1);
-    EXPECT_EQ(l.zback(scratch, 2), base + 6);
-    EXPECT_EQ(l.fillChannel(0, scratch, 1), base + 8 + 3);
-    EXPECT_EQ(l.channelData(0, scratch, 3), base + 8 + 9);
-    EXPECT_EQ(l.fillSampleFlags(fscratch, 2), l.flagBuffer() + 2);
-    EXPECT_EQ(l.flags(fscratch, 1), l.flagBuffer() + 1);
-    EXPECT_EQ(l.fillCoverage(cscratch, 3), l.coverageBuffer() + 3);
-    EXPECT_EQ(l.coverage(cscratch, 0), l.coverageBuffer());
-    EXPECT_EQ(scratch[0], scratch[15]);
-    EXPECT_EQ(fscratch[0], 9);
 }
 
 TEST(DeepSampleList, SetSampleCountKeepsContentsWithinCapacityAndDiscardsThemAbove)
 {
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 3);
-    for (int i = 0; i < 3; ++i)
-        setSample(l, i, float(i + 1));
-    const float *block = l.zfrontBuffer();
-    l.setSampleCount(2);
-    EXPECT_EQ(l.sampleCount(), 2);
-    EXPECT_EQ(l.sampleCapacity(), 3);
-    l.setSampleCount(3);
-    EXPECT_EQ(l.zfrontBuffer(), block);
-    EXPECT_EQ(l.zfront(2), 3.0f);
-    EXPECT_EQ(l.channelData(2, 2)[0], 30.0f);
-    l.trimLength(1);
-    EXPECT_EQ(l.sampleCount(), 1);
-    EXPECT_EQ(l.sampleCapacity(), 3);
-
-    l.setSampleCount(5); // above the capacity: exactly 5, fresh storage
-    EXPECT_EQ(l.sampleCount(), 5);
-    EXPECT_EQ(l.sampleCapacity(), 5);
-    EXPECT_EQ(l.channelBuffer(0), l.zfrontBuffer() + 10);
-    l.clear();
-    EXPECT_EQ(l.sampleCount(), 0);
-    EXPECT_EQ(l.sampleCapacity(), 0);
-    l.setSampleCount(2);
-    EXPECT_EQ(l.sampleCapacity(), 2);
+    ListPtr l = listOf(colourAlphaId(), {seeded(1), seeded(2), seeded(3)});
+    const float *block = l->zfrontBuffer();
+    l->setSampleCount(2);
+    EXPECT_EQ(l->sampleCount(), 2);
+    EXPECT_EQ(l->sampleCapacity(), 3);
+    l->setSampleCount(3);
+    EXPECT_EQ(l->zfrontBuffer(), block);
+    EXPECT_EQ(sampleOf(*l, 2), seeded(3));
+    l->trimLength(1);
+    EXPECT_EQ(l->sampleCount(), 1);
+    EXPECT_EQ(l->sampleCapacity(), 3);
+    l->setSampleCount(5); // above the capacity: exactly 5, fresh storage
+    EXPECT_EQ(l->sampleCount(), 5);
+    EXPECT_EQ(l->sampleCapacity(), 5);
+    EXPECT_EQ(l->channelBuffer(0), l->zfrontBuffer() + 10);
+    l->clear();
+    EXPECT_EQ(l->sampleCount() + l->sampleCapacity(), 0);
+    l->setSampleCount(2);
+    EXPECT_EQ(l->sampleCapacity(), 2);
 }
 
-TEST(DeepSampleList, ZeroDataOfOneSampleWritesTheEmptySample)
+TEST(DeepSampleList, ZeroDataWritesTheEmptySampleOrZeroesTheBlockPrefixNotThePlanes)
 {
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 2);
-    setSample(l, 0, 7.0f, 3, ~0ull);
-    setSample(l, 1, 8.0f, 1, 5);
-    l.zeroData(1);
-    EXPECT_EQ(l.zfront(1), kBig);
-    EXPECT_EQ(l.zback(1), -kBig);
-    EXPECT_EQ(l.flags(1), 0);
-    EXPECT_EQ(l.coverage(1), 0u);
-    for (int c = 0; c < 3; ++c)
-        EXPECT_EQ(l.channelData(0, 1)[c], 0.0f);
-    EXPECT_EQ(l.channelData(1, 1)[0], 0.0f);
-    EXPECT_EQ(l.channelData(2, 1)[0], 0.0f);
-    EXPECT_EQ(l.zfront(0), 7.0f); // the neighbour is untouched
-    EXPECT_EQ(l.channelData(2, 0)[0], 70.0f);
-}
+    ListPtr one = listOf(colourAlphaId(), {seeded(7, 3, ~0ull), seeded(8, 1, 5)});
+    one->zeroData(1);
+    EXPECT_EQ(sampleOf(*one, 1), (S{kBig, -kBig, {0, 0, 0, 0, 0}, 0, 0}));
+    EXPECT_EQ(sampleOf(*one, 0), seeded(7, 3, ~0ull));
 
-TEST(DeepSampleList, ZeroDataOfAllZeroesTheBlockPrefixNotThePlanes)
-{
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 4);
+    DSL l(colourAlphaId(), 4);
     float *block = l.zfrontBuffer();
     const int floats = (5 + 2) * 4;
-    for (int k = 0; k < floats; ++k)
-        block[k] = 1.0f;
+    std::fill(block, block + floats, 1.0f);
     std::memset(l.flagBuffer(), 0xff, 4);
-    for (int i = 0; i < 4; ++i)
-        l.coverageBuffer()[i] = ~0ull;
+    std::fill(l.coverageBuffer(), l.coverageBuffer() + 4, ~0ull);
     l.setSampleCount(2);
     l.zeroData();
-    // (5 + 2) x 2 = 14 leading floats are zero, the remaining 14 are not,
-    // although the planes of samples 0 and 1 reach beyond float 14.
+    // Deliberately (5 + 2) x 2 = 14 leading floats are zero, the remaining 14
+    // are not, although the planes of samples 0 and 1 reach beyond float 14.
     for (int k = 0; k < floats; ++k)
         ASSERT_EQ(block[k], k < 14 ? 0.0f : 1.0f) << k;
     EXPECT_EQ(l.channelData(1, 0)[0], 1.0f); // A of sample 0 lies at float 20
@@ -152,211 +102,120 @@ TEST(DeepSampleList, ZeroDataOfAllZeroesTheBlockPrefixNotThePlanes)
 
 TEST(DeepSampleList, VolumeNeedsTheBitAndADepthExtent)
 {
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 4);
-    setSample(l, 0, 1.0f, IMB_DeepSampleList::SAMPLE_VOLUME);
-    setSample(l, 1, 1.0f, IMB_DeepSampleList::SAMPLE_VOLUME | IMB_DeepSampleList::SAMPLE_MATTE);
-    l.zbackBuffer()[1] = l.zfront(1);
-    setSample(l, 2, 1.0f, 0);
-    setSample(l, 3, 1.0f, IMB_DeepSampleList::SAMPLE_MATTE | 0x80);
-    EXPECT_TRUE(l.isVolume(0));
-    EXPECT_FALSE(l.isVolume(1));
-    EXPECT_TRUE(l.isMatte(1));
-    EXPECT_FALSE(l.isVolume(2));
-    EXPECT_FALSE(l.isMatte(2));
-    EXPECT_TRUE(l.isMatte(3));
-    EXPECT_EQ(l.flags(3), 0x82);
-    EXPECT_EQ(l.zmid(0), (1.5f + 1.0f) * 0.5f);
+    S flat = seeded(1, DSL::SAMPLE_VOLUME | DSL::SAMPLE_MATTE);
+    flat.zb = flat.zf;
+    ListPtr l = listOf(colourAlphaId(), {seeded(1, DSL::SAMPLE_VOLUME), flat, seeded(1), seeded(1, 0x82)});
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(std::make_pair(l->isVolume(i), l->isMatte(i)), std::make_pair(i == 0, i % 2 == 1)) << i;
+    EXPECT_EQ(l->zmid(0), (1.5f + 1.0f) * 0.5f);
 }
 
 TEST(DeepSampleList, CopyConstructorSharesChannelsAndCopiesTheCountedSamples)
 {
     ChannelsPtr chans = colourAlphaId();
-    ListPtr a(new IMB_DeepSampleList(chans, 5, true));
-    for (int i = 0; i < 5; ++i)
-        setSample(*a, i, float(i), uint8(i), uint64(1) << (i * 7));
+    ListPtr a = listOf(chans, {seeded(0), seeded(1, 1, 1 << 7), seeded(2, 2, 1 << 14), seeded(3), seeded(4)}, true);
     a->setSampleCount(3);
-    ListPtr b(new IMB_DeepSampleList(*a));
+    ListPtr b(new DSL(*a));
     EXPECT_EQ(b->use_count(), 1);
-    EXPECT_EQ(b->sampleCount(), 3);
     EXPECT_EQ(b->sampleCapacity(), 3);
     EXPECT_TRUE(b->preComposited());
-    EXPECT_EQ(b->channels().get(), chans.get());
-    for (int i = 0; i < 3; ++i)
-        expectSameSample(*b, i, *a, i);
+    EXPECT_EQ(b->channels(), chans);
+    EXPECT_EQ(samplesOf(b), samplesOf(a));
     EXPECT_NE(b->zfrontBuffer(), a->zfrontBuffer());
 }
 
 TEST(DeepSampleList, PlaneCopiesCoverOnlyTheTargetsCount)
 {
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList src(chans, 3), dst(chans, 3);
-    for (int i = 0; i < 3; ++i)
-    {
-        setSample(src, i, float(i + 1), uint8(i + 1), 100 + i);
-        setSample(dst, i, -1.0f, 0, 0);
-    }
-    dst.setSampleCount(2);
-    dst.copyZfront(src);
-    EXPECT_EQ(dst.zfront(1), 2.0f);
-    EXPECT_EQ(dst.zback(1), -0.5f);
-    dst.copyZback(src);
-    EXPECT_EQ(dst.zback(1), 2.5f);
-    dst.copyFlags(src);
-    EXPECT_EQ(dst.flags(1), 2);
-    dst.copySampleId(src);
-    EXPECT_EQ(dst.coverage(1), 101u);
-    dst.copyChannel(1, src);
-    EXPECT_EQ(dst.channelData(1, 1)[0], 2.4f);
-    EXPECT_EQ(dst.channelData(0, 1)[0], -0.9f);
-    dst.copyAllChannels(src);
-    EXPECT_EQ(dst.channelData(0, 1)[2], 2.3f);
-    EXPECT_EQ(dst.channelData(2, 1)[0], 20.0f);
-    dst.setSampleCount(3); // sample 2 was beyond the count and kept its values
-    EXPECT_EQ(dst.zfront(2), -1.0f);
-    EXPECT_EQ(dst.channelData(2, 2)[0], -10.0f);
-    EXPECT_EQ(dst.flags(2), 0);
-    IMB_DeepSampleList both(chans, 3);
-    both.copyZ(src);
-    EXPECT_EQ(both.zfront(2), 3.0f);
-    EXPECT_EQ(both.zback(2), 3.5f);
+    ListPtr src = listOf(colourAlphaId(), {seeded(1, 1, 100), seeded(2, 2, 101), seeded(3, 3, 102)});
+    const S old = seeded(-1);
+    ListPtr dst = listOf(colourAlphaId(), {old, old, old});
+    dst->setSampleCount(2);
+    dst->copyZfront(*src);
+    EXPECT_EQ(sampleOf(*dst, 1), (S{2, -0.5f, old.v, 0, 0}));
+    dst->copyZback(*src);
+    dst->copyFlags(*src);
+    dst->copySampleId(*src);
+    dst->copyChannel(1, *src);
+    EXPECT_EQ(sampleOf(*dst, 1), (S{2, 2.5f, {-0.9f, -0.8f, -0.7f, 2.4f, -10}, 2, 101}));
+    dst->copyAllChannels(*src);
+    EXPECT_EQ(sampleOf(*dst, 1), sampleOf(*src, 1));
+    dst->setSampleCount(3); // sample 2 was beyond the count and kept its values
+    EXPECT_EQ(sampleOf(*dst, 2), old);
+    ListPtr both = listOf(colourAlphaId(), {old, old, old});
+    both->copyZ(*src);
+    EXPECT_EQ(sampleOf(*both, 2), (S{3, 3.5f, old.v, 0, 0}));
 }
 
-TEST(DeepSampleList, CopySampleScalesColoursButNeverIdentifiers)
+TEST(DeepSampleList, SampleArithmeticScalesAndAddsColoursButNeverIdentifiers)
 {
     ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList src(chans, 1), dst(chans, 2);
-    setSample(src, 0, 2.0f, 0x81, 0xF0);
-    dst.copySample(1, src, 0, 1.0f);
-    EXPECT_EQ(dst.zfront(1), 2.0f);
-    EXPECT_EQ(dst.zback(1), 2.5f);
-    EXPECT_EQ(dst.flags(1), 0x81);
-    EXPECT_EQ(dst.coverage(1), 0xF0u);
-    EXPECT_EQ(dst.channelData(0, 1)[1], 2.2f);
-    EXPECT_EQ(dst.channelData(2, 1)[0], 20.0f);
+    const uint8 V = DSL::SAMPLE_VOLUME, M = DSL::SAMPLE_MATTE;
+    S vol = seeded(1, V, 0x0F);
+    vol.zb = 9;
+    ListPtr src = listOf(chans, {seeded(2, 0x81, 0xF0), vol});
+    ListPtr dst = listOf(chans, {seeded(3, 0, 0xF0), seeded(3, M | V, 0x100), seeded(6, 2, 2)});
 
-    dst.copySample(0, src, 0, 0.5f);
-    EXPECT_EQ(dst.channelData(0, 0)[0], 0.5f * 2.1f);
-    EXPECT_EQ(dst.channelData(0, 0)[2], 0.5f * 2.3f);
-    EXPECT_EQ(dst.channelData(1, 0)[0], 0.5f * 2.4f);
-    EXPECT_EQ(dst.channelData(2, 0)[0], 20.0f);
-    EXPECT_EQ(dst.flags(0), 0x81);
+    dst->setConditional(2, *src, 0); // only the ordinal channel
+    EXPECT_EQ(sampleOf(*dst, 2), (S{6, 6.5f, {6.1f, 6.2f, 6.3f, 6.4f, 20}, 2, 2}));
+    // Adding to a surface keeps its depths and flags; a volume destination
+    // widens its range to the source's.
+    dst->addSample(0, *src, 1, 0.25f);
+    EXPECT_EQ(sampleOf(*dst, 0), (S{3, 3.5f, {3.1f + 0.25f * 1.1f, 3.2f + 0.25f * 1.2f, 3.3f + 0.25f * 1.3f,
+                                               3.4f + 0.25f * 1.4f, 30}, 0, 0xFF}));
+    dst->addSample(1, *src, 1, 1.0f);
+    EXPECT_EQ(sampleOf(*dst, 1), (S{1, 9, {3.1f + 1.1f, 3.2f + 1.2f, 3.3f + 1.3f, 3.4f + 1.4f, 30}, M | V, 0x10F}));
+    dst->zeroData(0); // the empty sample takes a volume source's range exactly
+    dst->flagBuffer()[0] = V;
+    dst->addSample(0, *src, 1, 1.0f);
+    EXPECT_EQ(dst->zfront(0), 1.0f);
+    EXPECT_EQ(dst->zback(0), 9.0f);
 
-    dst.copySample(0, src, 0, 0.0f);
-    EXPECT_EQ(dst.channelData(0, 0)[0], 0.0f);
-    EXPECT_EQ(dst.channelData(2, 0)[0], 20.0f);
-}
-
-TEST(DeepSampleList, AddSampleWidensDepthOnlyForAVolumeDestination)
-{
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList src(chans, 1), dst(chans, 2);
-    setSample(src, 0, 1.0f, IMB_DeepSampleList::SAMPLE_VOLUME, 0x0F);
-    src.zbackBuffer()[0] = 9.0f;
-    setSample(dst, 0, 3.0f, 0, 0xF0);                               // surface
-    setSample(dst, 1, 3.0f, IMB_DeepSampleList::SAMPLE_MATTE | IMB_DeepSampleList::SAMPLE_VOLUME, 0x100); // volume
-    dst.addSample(0, src, 0, 0.25f);
-    EXPECT_EQ(dst.zfront(0), 3.0f);
-    EXPECT_EQ(dst.zback(0), 3.5f);
-    EXPECT_EQ(dst.coverage(0), 0xFFu);
-    EXPECT_EQ(dst.flags(0), 0);
-    EXPECT_EQ(dst.channelData(0, 0)[0], 3.1f + 0.25f * 1.1f);
-    EXPECT_EQ(dst.channelData(0, 0)[2], 3.3f + 0.25f * 1.3f);
-    EXPECT_EQ(dst.channelData(1, 0)[0], 3.4f + 0.25f * 1.4f);
-    EXPECT_EQ(dst.channelData(2, 0)[0], 30.0f);
-
-    dst.addSample(1, src, 0, 1.0f);
-    EXPECT_EQ(dst.zfront(1), 1.0f);
-    EXPECT_EQ(dst.zback(1), 9.0f);
-    EXPECT_EQ(dst.flags(1), 0x03);
-    EXPECT_EQ(dst.coverage(1), 0x10Fu);
-    EXPECT_EQ(dst.channelData(2, 1)[0], 30.0f);
-
-    // The empty sample takes a volume source's range exactly.
-    dst.zeroData(0);
-    dst.flagBuffer()[0] = IMB_DeepSampleList::SAMPLE_VOLUME;
-    dst.addSample(0, src, 0, 1.0f);
-    EXPECT_EQ(dst.zfront(0), 1.0f);
-    EXPECT_EQ(dst.zback(0), 9.0f);
-}
-
-TEST(DeepSampleList, SetConditionalCopiesOnlyOrdinalChannels)
-{
-    ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList src(chans, 1), dst(chans, 1);
-    setSample(src, 0, 4.0f, 1, 1);
-    setSample(dst, 0, 6.0f, 2, 2);
-    dst.setConditional(0, src, 0);
-    EXPECT_EQ(dst.channelData(2, 0)[0], 40.0f);
-    EXPECT_EQ(dst.channelData(0, 0)[0], 6.1f);
-    EXPECT_EQ(dst.channelData(1, 0)[0], 6.4f);
-    EXPECT_EQ(dst.zfront(0), 6.0f);
-    EXPECT_EQ(dst.flags(0), 2);
-    EXPECT_EQ(dst.coverage(0), 2u);
+    dst->copySample(1, *src, 0, 1.0f);
+    EXPECT_EQ(sampleOf(*dst, 1), sampleOf(*src, 0));
+    dst->copySample(0, *src, 0, 0.5f);
+    EXPECT_EQ(sampleOf(*dst, 0), (S{2, 2.5f, {0.5f * 2.1f, 0.5f * 2.2f, 0.5f * 2.3f, 0.5f * 2.4f, 20}, 0x81, 0xF0}));
+    dst->copySample(0, *src, 0, 0.0f);
+    EXPECT_EQ(sampleOf(*dst, 0).v, (std::vector<float>{0, 0, 0, 0, 20}));
 }
 
 TEST(DeepSampleList, ArithmeticOnLongTuplesTouchesEveryComponent)
 {
-    ChannelsPtr chans(new IMB_DeepChannelList);
-    chans->addChannel("wide", 11);
-    IMB_DeepSampleList src(chans, 1), dst(chans, 1);
+    ChannelsPtr chans = channels({{"wide", 11}});
+    S one{0, 0, {}, 0, 0}, hundred{0, 0, std::vector<float>(11, 100.0f), 0, 0};
     for (int c = 0; c < 11; ++c)
-    {
-        src.channelData(0, 0)[c] = float(c + 1);
-        dst.channelData(0, 0)[c] = 100.0f;
-    }
-    src.flagBuffer()[0] = dst.flagBuffer()[0] = 0;
-    src.coverageBuffer()[0] = dst.coverageBuffer()[0] = 0;
-    src.zfrontBuffer()[0] = src.zbackBuffer()[0] = 0.0f;
-    dst.zfrontBuffer()[0] = dst.zbackBuffer()[0] = 0.0f;
-    dst.addSample(0, src, 0, 2.0f);
+        one.v.push_back(float(c + 1));
+    ListPtr src = listOf(chans, {one}), dst = listOf(chans, {hundred});
+    dst->addSample(0, *src, 0, 2.0f);
     for (int c = 0; c < 11; ++c)
-        EXPECT_EQ(dst.channelData(0, 0)[c], 100.0f + 2.0f * float(c + 1)) << c;
-    dst.copySample(0, src, 0, 3.0f);
+        EXPECT_EQ(dst->channelData(0, 0)[c], 100.0f + 2.0f * float(c + 1)) << c;
+    dst->copySample(0, *src, 0, 3.0f);
     for (int c = 0; c < 11; ++c)
-        EXPECT_EQ(dst.channelData(0, 0)[c], 3.0f * float(c + 1)) << c;
+        EXPECT_EQ(dst->channelData(0, 0)[c], 3.0f * float(c + 1)) << c;
 }
 
 TEST(DeepSampleList, DumpPrintsTheLabelledSamplesAndChannelValues)
 {
     ChannelsPtr chans = colourAlphaId();
-    IMB_DeepSampleList l(chans, 2, false);
-    setSample(l, 0, 1.0f, 0x03, 0x00000000FFFF0000ull);
-    setSample(l, 1, 2.0f, 0x00, 0xFFFFFFFFFFFFFFFFull);
-    const std::string head = "samples[2] (uncomposited) " + addressOf(&l) + " = {\n";
-    const std::string s0 = "    [0]{\n"
-                           "\t  zfront = 1\n"
-                           "\t   zback = 1.5\n"
-                           "\t   flags = 0x03\n"
+    ListPtr l = listOf(chans, {seeded(1, 0x03, 0x00000000FFFF0000ull), seeded(2, 0x00, ~0ull)});
+    const std::string head = "samples[2] (uncomposited) " + addressOf(l.get()) + " = {\n";
+    const std::string s0 = "    [0]{\n\t  zfront = 1\n\t   zback = 1.5\n\t   flags = 0x03\n"
                            "\tcoverage = 0x00000000ffff0000\n";
-    const std::string c0 = "\t       C = {1.1, 1.2, 1.3}\n"
-                           "\t       A = {1.4}\n"
-                           "\t      id = {10}\n";
-    const std::string s1 = "    [1]{\n"
-                           "\t  zfront = 2\n"
-                           "\t   zback = 2.5\n"
-                           "\t   flags = 0x00\n"
+    const std::string c0 = "\t       C = {1.1, 1.2, 1.3}\n\t       A = {1.4}\n\t      id = {10}\n";
+    const std::string s1 = "    [1]{\n\t  zfront = 2\n\t   zback = 2.5\n\t   flags = 0x00\n"
                            "\tcoverage = 0xffffffffffffffff\n";
-    const std::string c1 = "\t       C = {2.1, 2.2, 2.3}\n"
-                           "\t       A = {2.4}\n"
-                           "\t      id = {20}\n";
-    EXPECT_EQ(dumpOf(l, chans, nullptr, 0, -1), head + s0 + c0 + "    }\n" + s1 + c1 + "    }\n}\n");
-    EXPECT_EQ(dumpOf(l, ChannelsPtr(), "", 1, 2), head + s1 + "    }\n}\n");
+    const std::string c1 = "\t       C = {2.1, 2.2, 2.3}\n\t       A = {2.4}\n\t      id = {20}\n";
+    EXPECT_EQ(captured([&] { l->dump(chans, nullptr, 0, -1); }),
+              head + s0 + c0 + "    }\n" + s1 + c1 + "    }\n}\n");
+    EXPECT_EQ(captured([&] { l->dump(ChannelsPtr(), "", 1, 2); }), head + s1 + "    }\n}\n");
+    l->setPreComposited(true);
+    EXPECT_EQ(captured([&] { l->dump("mine", 0, 0); }),
+              "mine[2] (composited) " + addressOf(l.get()) + " = {\n}\n");
 
-    l.setPreComposited(true);
-    testing::internal::CaptureStderr();
-    l.dump("mine", 2, -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "mine[2] (composited) " + addressOf(&l) + " = {\n}\n");
-}
-
-TEST(DeepSampleList, ChannelNamesLongerThanTheFieldAreNotCut)
-{
-    ChannelsPtr chans(new IMB_DeepChannelList);
-    chans->addChannel("transmission", 1);
-    IMB_DeepSampleList l(chans, 1);
-    l.zeroData(0);
-    std::string out = dumpOf(l, chans, "x", 0, -1);
+    // Channel names longer than the field are not cut.
+    ChannelsPtr wide = channels({{"transmission", 1}});
+    DSL w(wide, 1);
+    w.zeroData(0);
+    const std::string out = captured([&] { w.dump(wide, "x"); });
     EXPECT_NE(out.find("\ttransmission = {0}\n"), std::string::npos) << out;
     EXPECT_NE(out.find("\t  zfront = 3.40282e+38\n"), std::string::npos) << out;
 }
@@ -377,8 +236,8 @@ TEST(DeepSampleList, AFloatTotalBeyondInt32FailsAllocation)
 #else
     ChannelsPtr chans = colourAlphaId();
     // (5 + 2) x 400,000,000 floats do not fit a signed 32-bit count.
-    EXPECT_THROW(IMB_DeepSampleList(chans, 400000000), std::bad_alloc);
-    IMB_DeepSampleList l(chans, 1);
+    EXPECT_THROW(DSL(chans, 400000000), std::bad_alloc);
+    DSL l(chans, 1);
     EXPECT_THROW(l.setSampleCount(400000000), std::bad_alloc);
     EXPECT_EQ(l.sampleCapacity(), 0); // the old storage was freed first
     EXPECT_EQ(l.sampleCount(), 0);

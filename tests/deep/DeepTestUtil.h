@@ -1,7 +1,9 @@
 // Small helpers shared by the deep tests: pointer names, channel lists built
-// from a table, sample comparison and captured output.
+// from a table, samples written and read as plain values, a compressor that
+// records what it is handed, and captured output.
 #pragma once
 
+#include <IMB/IMB_DeepCompressor.h>
 #include <IMB/IMB_DeepSampleList.h>
 
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -43,17 +46,72 @@ inline bool sameBits(float a, float b, bool anyNan = false)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// Sample i of a equals sample j of b in depths, flags, coverage and every value.
-inline void expectSameSample(const IMB_DeepSampleList &a, int i, const IMB_DeepSampleList &b, int j)
+// One sample as the tests write it: depths, every channel value packed in
+// channel order, flag byte and coverage. Equal when every field has the same
+// bits (any NaN matching any NaN).
+struct S
 {
-    EXPECT_EQ(a.zfront(i), b.zfront(j));
-    EXPECT_EQ(a.zback(i), b.zback(j));
-    EXPECT_EQ(a.flags(i), b.flags(j));
-    EXPECT_EQ(a.coverage(i), b.coverage(j));
-    const ChannelsPtr &chans = a.channels();
+    float zf, zb;
+    std::vector<float> v;
+    uint8 flags = 0;
+    uint64 cov = 0;
+    bool operator==(const S &o) const
+    {
+        bool same = sameBits(zf, o.zf, true) && sameBits(zb, o.zb, true) && flags == o.flags && cov == o.cov &&
+                    v.size() == o.v.size();
+        for (std::size_t k = 0; same && k < v.size(); ++k)
+            same = sameBits(v[k], o.v[k], true);
+        return same;
+    }
+    friend std::ostream &operator<<(std::ostream &os, const S &s)
+    {
+        os << "{z " << s.zf << ".." << s.zb << " flags " << int(s.flags) << " cov " << s.cov << " v";
+        for (float x : s.v)
+            os << ' ' << x;
+        return os << '}';
+    }
+};
+
+// Writes `s` into sample i of `l`.
+inline void setSample(IMB_DeepSampleList &l, int i, const S &s)
+{
+    l.zfrontBuffer()[i] = s.zf;
+    l.zbackBuffer()[i] = s.zb;
+    l.flagBuffer()[i] = s.flags;
+    l.coverageBuffer()[i] = s.cov;
+    const ChannelsPtr &chans = l.channels();
     for (int ch = 0; ch < chans->channelCount(); ++ch)
-        for (int c = 0; c < chans->tupleSize(ch); ++c)
-            EXPECT_EQ(a.channelData(ch, i)[c], b.channelData(ch, j)[c]) << "channel " << ch << " component " << c;
+        for (int t = 0; t < chans->tupleSize(ch); ++t)
+            l.channelData(ch, i)[t] = s.v[static_cast<std::size_t>(chans->offset(ch) + t)];
+}
+
+// A list holding `samples` in order.
+inline ListPtr listOf(const ChannelsPtr &chans, const std::vector<S> &samples, bool composited = false)
+{
+    ListPtr l(new IMB_DeepSampleList(chans, static_cast<int>(samples.size()), composited));
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        setSample(*l, static_cast<int>(i), samples[i]);
+    return l;
+}
+
+// Sample i of `l` as written above.
+inline S sampleOf(const IMB_DeepSampleList &l, int i)
+{
+    S s{l.zfront(i), l.zback(i), {}, l.flags(i), l.coverage(i)};
+    const ChannelsPtr &chans = l.channels();
+    for (int ch = 0; ch < chans->channelCount(); ++ch)
+        for (int t = 0; t < chans->tupleSize(ch); ++t)
+            s.v.push_back(l.channelData(ch, i)[t]);
+    return s;
+}
+
+// Every sample of `l` (none for a null list).
+inline std::vector<S> samplesOf(const ListPtr &l)
+{
+    std::vector<S> out;
+    for (int i = 0; l && i < l->sampleCount(); ++i)
+        out.push_back(sampleOf(*l, i));
+    return out;
 }
 
 // Coverage of sub-sample k among n positions, bit by bit from the rule.
@@ -66,17 +124,39 @@ inline uint64 referenceMask(int k, int n)
     return m;
 }
 
-// What `f` prints on stderr (or stdout).
-template <typename F> std::string capturedStderr(F &&f)
+// Records what it is handed: every list given to compress (which returns it
+// as it is) and the entries of the last merge (which returns the first).
+class RecordingCompressor : public IMB_DeepCompressor
 {
-    testing::internal::CaptureStderr();
-    f();
-    return testing::internal::GetCapturedStderr();
-}
-template <typename F> std::string capturedStdout(F &&f)
+public:
+    explicit RecordingCompressor(const ChannelsPtr &c) : myChannels(c) {}
+    const ChannelsPtr &channels() const override { return myChannels; }
+    const char *name() const override { return "recording"; }
+    mutable std::vector<ListPtr> compressed, merged;
+    mutable int merges = 0;
+
+protected:
+    ListPtr doCompress(const ListPtr &l) const override
+    {
+        compressed.push_back(l);
+        return l;
+    }
+    ListPtr doMerge(const ListPtr *lists, int count) const override
+    {
+        ++merges;
+        merged.assign(lists, lists + count);
+        return lists[0];
+    }
+
+private:
+    ChannelsPtr myChannels;
+};
+
+// What `f` prints on stderr (or, with `out`, stdout).
+template <typename F> std::string captured(F &&f, bool out = false)
 {
-    testing::internal::CaptureStdout();
+    out ? testing::internal::CaptureStdout() : testing::internal::CaptureStderr();
     f();
-    return testing::internal::GetCapturedStdout();
+    return out ? testing::internal::GetCapturedStdout() : testing::internal::GetCapturedStderr();
 }
 } // namespace deeptest
