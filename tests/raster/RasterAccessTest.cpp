@@ -34,26 +34,18 @@ void expectShifted(const IMB_Raster &dst, const IMB_Raster &src, int64 dx, int64
 // ---- independent references for the value conversions (the half rules are
 // half16's own, checked by the platform tests)
 
-// Truncation toward zero; out-of-range and NaN give the x86 "indefinite"
-// integer 0x8000000000000000, whose low bits are 0.
-uint64 truncBits(double d)
-{
-    if (std::isnan(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0)
-        return 0x8000000000000000ull;
-    return static_cast<uint64>(static_cast<int64>(std::trunc(d)));
-}
-
-// The value stored by setPixelValue, as raw bits.
+// The value stored by setPixelValue, as raw bits: integers are the product
+// truncated toward zero, low bits kept; NaN and products beyond the 64-bit
+// range give the x86 "indefinite" integer 0x8000000000000000, low bits 0.
 uint64 refStore(IMB_DataFormat f, float v)
 {
-    switch (f)
-    {
-    case IMB_INT8: return truncBits(static_cast<double>(v) * 255.0) & 0xff;
-    case IMB_INT16: return truncBits(static_cast<double>(v) * 65535.0) & 0xffff;
-    case IMB_INT32: return truncBits(static_cast<double>(v) * 4294967296.0) & 0xffffffffull;
-    case IMB_FLOAT16: return v == 0.0f ? 0 : half16(v).bits();
-    default: return bitsAs<uint32>(v);
-    }
+    const double d = double(v) * (f == IMB_INT8 ? 255.0 : f == IMB_INT16 ? 65535.0 : 4294967296.0);
+    const uint64 t = std::isnan(d) || std::fabs(d) >= 9223372036854775808.0 ? 0 : uint64(int64(std::trunc(d)));
+    if (f == IMB_FLOAT16)
+        return v == 0.0f ? 0 : half16(v).bits();
+    if (f == IMB_FLOAT32)
+        return bitsAs<uint32>(v);
+    return t & (f == IMB_INT8 ? 0xff : f == IMB_INT16 ? 0xffff : 0xffffffffull);
 }
 
 // The value getPixelValue gives for raw bits.
@@ -95,7 +87,7 @@ std::vector<float> probeValues()
 
 // ---------------------------------------------------------------- every shape
 
-using RasterAccessShape = rastertest::ShapeTest;
+RASTER_SHAPE_SUITE(RasterAccessShape);
 
 TEST_P(RasterAccessShape, PixelAddressesFollowTheLayoutAndNothingIsReachedOutside)
 {
@@ -107,8 +99,7 @@ TEST_P(RasterAccessShape, PixelAddressesFollowTheLayoutAndNothingIsReachedOutsid
             for (int64 c = 0; c < planesOf(p) * stepOf(p); ++c)
                 ASSERT_EQ(static_cast<const char *>(r.getPixel(x, y, c)) - base, offsetOf(r, x, y, c))
                     << x << "," << y << "," << c;
-    const IMB_Raster &cr = r;
-    EXPECT_EQ(cr.getPixel(4, 2, 0), r.getPixel(4, 2, 0));
+    EXPECT_EQ(static_cast<const IMB_Raster &>(r).getPixel(4, 2, 0), r.getPixel(4, 2, 0));
     const float in[4] = {1, 1, 1, 1};
     float out[4] = {-7, -7, -7, -7};
     for (auto [x, y] : {std::pair<int64, int64>{-1, 0}, {0, -1}, {5, 0}, {0, 3}})
@@ -175,24 +166,20 @@ TEST_P(RasterAccessShape, ReadValuesFollowTheScalingRule)
     }
 }
 
-TEST_P(RasterAccessShape, RowsRoundTripThroughAPackedBuffer)
+TEST_P(RasterAccessShape, RowsRoundTripThroughAPackedBufferPlaneZeroFirst)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 6, 3);
-    const int64 lineBytes = bytesOf(f) * imbDefinesPDepth[p] * 6;
-    const int64 planes = isPlanar(p) ? imbDefinesPComp[p] : 1;
-    std::vector<unsigned char> buf(static_cast<std::size_t>(lineBytes * planes));
+    IMB_Raster src = numbered(p, f, 6, 3), dst(p, f, 6, 3, 1), want(p, f, 6, 3, 1);
+    const int64 line = bytesOf(f) * stepOf(p) * 6;
+    std::vector<unsigned char> buf(size_t(line * planesOf(p)));
     src.readFromRow(1, buf.data());
-    IMB_Raster dst(p, f, 6, 3, 1);
     dst.writeToRow(2, buf.data());
-    for (int64 k = 0; k < planes; ++k)
+    for (int64 k = 0; k < planesOf(p); ++k)
     {
-        EXPECT_EQ(std::memcmp(buf.data() + k * lineBytes, src.getPixel(0, 1, k), size_t(lineBytes)), 0);
-        EXPECT_EQ(std::memcmp(dst.getPixel(0, 2, k), src.getPixel(0, 1, k), size_t(lineBytes)), 0);
-        const auto *row0 = static_cast<const unsigned char *>(dst.getPixel(0, 0, k)); // other rows untouched
-        for (int64 i = 0; i < lineBytes; ++i)
-            ASSERT_EQ(row0[i], 0);
+        EXPECT_EQ(std::memcmp(buf.data() + k * line, src.getPixel(0, 1, k), size_t(line)), 0) << k;
+        std::memcpy(want.getPixel(0, 2, k), src.getPixel(0, 1, k), size_t(line));
     }
+    EXPECT_EQ(bytesOfRaster(dst), bytesOfRaster(want)); // other rows untouched
 }
 
 TEST_P(RasterAccessShape, ColumnsTakeAPixelPerRowOrPlaneByPlaneSamples)
@@ -203,8 +190,7 @@ TEST_P(RasterAccessShape, ColumnsTakeAPixelPerRowOrPlaneByPlaneSamples)
     IMB_Raster r(p, f, 3, 4, 1);
     const int64 b = bytesOf(f), px = b * stepOf(p);
     std::vector<unsigned char> col(size_t(planesOf(p) * 4 * px)), zero(size_t(px), 0);
-    for (size_t i = 0; i < col.size(); ++i)
-        col[i] = static_cast<unsigned char>(i + 1);
+    std::iota(col.begin(), col.end(), static_cast<unsigned char>(1));
     r.writeToColumn(1, col.data());
     for (int64 k = 0; k < planesOf(p); ++k)
         for (int64 y = 0; y < 4; ++y)
@@ -217,23 +203,15 @@ TEST_P(RasterAccessShape, ColumnsTakeAPixelPerRowOrPlaneByPlaneSamples)
             }
 }
 
-TEST_P(RasterAccessShape, ExtractOfTheWholeRasterCopiesEveryPlane)
+TEST_P(RasterAccessShape, ExtractAndInsertCopyEveryPlaneOfTheClippedRectangle)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 5, 4);
+    IMB_Raster src = numbered(p, f, 3, 3, 5), dst(p, f, 4, 4, 1), whole;
     src.setDataWindow(BAS_DimRect(1, 1, 2, 2));
-    IMB_Raster dst;
-    dst.extract(src, 0, 0, 4, 3);
-    EXPECT_EQ(bytesOfRaster(dst), bytesOfRaster(src));
-    EXPECT_EQ(dst.getDataWindow(), BAS_DimRect(1, 1, 2, 2));
-    EXPECT_TRUE(dst.getDataWritten());
-}
-
-TEST_P(RasterAccessShape, InsertCopiesEveryPlaneOfTheClippedRectangle)
-{
-    const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 3, 3, 5);
-    IMB_Raster dst(p, f, 4, 4, 1);
+    whole.extract(src, 0, 0, 2, 2);
+    EXPECT_EQ(bytesOfRaster(whole), bytesOfRaster(src));
+    EXPECT_EQ(whole.getDataWindow(), BAS_DimRect(1, 1, 2, 2));
+    EXPECT_TRUE(whole.getDataWritten());
     dst.insert(src, 2, -1); // overhangs right and bottom edges
     expectShifted(dst, src, -2, 1);
     EXPECT_FALSE(dst.getDataWritten()); // insert leaves the written flag alone
@@ -283,45 +261,34 @@ TEST_P(RasterAccessShape, ClearRepeatsThePixelAndWritesNothingPastTheBlock)
         ASSERT_EQ(tail[i], 0x77) << i;
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAccessShape, RASTER_ALL_SHAPES, shapeName);
-
 // ---------------------------------------------------------------- rectangles
 
 TEST(RasterAccess, ExtractReshapesTakesTheTagsAndZeroesWhatLiesOutside)
 {
-    struct Case
+    const std::tuple<IMB_Packing, IMB_DataFormat, int64, int64, int64, int64> cases[] = {
+        {PACK_SINGLE, IMB_INT8, -2, -2, 1, 1},   {PACK_RGBA_NI, IMB_INT16, 2, 1, 5, 4},
+        {PACK_RGB, IMB_FLOAT32, 10, 10, 11, 12}, {PACK_RGB, IMB_FLOAT32, -5, 0, -1, 1},
+        {PACK_DUAL_NI, IMB_INT8, 1, 2, 2, 3}};
+    for (auto [p, f, x1, y1, x2, y2] : cases)
     {
-        IMB_Packing p;
-        IMB_DataFormat f;
-        int64 x1, y1, x2, y2;
-    };
-    const Case cases[] = {{PACK_SINGLE, IMB_INT8, -2, -2, 1, 1},    {PACK_RGBA_NI, IMB_INT16, 2, 1, 5, 4},
-                          {PACK_RGB, IMB_FLOAT32, 10, 10, 11, 12}, {PACK_RGB, IMB_FLOAT32, -5, 0, -1, 1},
-                          {PACK_DUAL_NI, IMB_INT8, 1, 2, 2, 3}};
-    for (const Case &c : cases)
-    {
-        IMB_Raster src = numbered(c.p, c.f, 4, 3);
+        IMB_Raster src = numbered(p, f, 4, 3), dst(PACK_SINGLE, IMB_INT8, 4, 4);
         src.setColorSpace(IMB_CS_CUSTOM_GAMMA, 2.6);
         src.setBWPoints(0.25f, 0.5f);
-        IMB_Raster dst(PACK_SINGLE, IMB_INT8, 4, 4);
         std::memset(dst.getPixels(), 0xee, 16);
-        dst.extract(src, c.x1, c.y1, c.x2, c.y2);
-        ASSERT_EQ(dst.getXres(), c.x2 - c.x1 + 1);
-        ASSERT_EQ(dst.getYres(), c.y2 - c.y1 + 1);
-        EXPECT_EQ(dst.getPacking(), c.p);
-        EXPECT_EQ(dst.getFormat(), c.f);
-        EXPECT_EQ(dst.getColorSpace(), IMB_CS_CUSTOM_GAMMA);
-        EXPECT_EQ(dst.getColorSpaceGamma(), 2.6);
+        dst.extract(src, x1, y1, x2, y2);
         float b, w;
         dst.getBWPoints(b, w);
-        EXPECT_TRUE(b == 0.25f && w == 0.5f);
-        expectShifted(dst, src, c.x1, c.y1);
+        ASSERT_EQ(std::make_tuple(dst.getXres(), dst.getYres(), dst.getPacking(), dst.getFormat()),
+                  std::make_tuple(x2 - x1 + 1, y2 - y1 + 1, p, f));
+        EXPECT_EQ(std::make_tuple(dst.getColorSpace(), dst.getColorSpaceGamma(), b, w),
+                  std::make_tuple(IMB_CS_CUSTOM_GAMMA, 2.6, 0.25f, 0.5f));
+        expectShifted(dst, src, x1, y1);
     }
-    IMB_Raster r = numbered(PACK_SINGLE, IMB_INT8, 4, 4);
-    const uint8 want = *static_cast<const uint8 *>(r.getPixel(2, 3));
+    const IMB_Raster before = numbered(PACK_RGB_NI, IMB_INT8, 4, 4);
+    IMB_Raster r(before);
     r.extract(r, 1, 2, 2, 3); // from itself: a crop
-    ASSERT_EQ(r.getXres(), 2);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, 1)), want);
+    ASSERT_EQ(std::make_pair(r.getXres(), r.getYres()), std::make_pair(int64(2), int64(2)));
+    expectShifted(r, before, 1, 2);
 }
 
 TEST(RasterAccess, InsertNeedsTheSameShapeAndTakesTheTagEvenWithoutOverlap)
@@ -329,7 +296,8 @@ TEST(RasterAccess, InsertNeedsTheSameShapeAndTakesTheTagEvenWithoutOverlap)
     IMB_Raster dst = numbered(PACK_RGB, IMB_INT8, 4, 4);
     dst.setColorSpace(IMB_CS_LINEAR);
     const auto before = bytesOfRaster(dst);
-    IMB_Raster wide(PACK_RGB, IMB_INT16, 2, 2, 1), rgba(PACK_RGBA, IMB_INT8, 2, 2, 1), same(PACK_RGB, IMB_INT8, 2, 2, 1);
+    IMB_Raster wide(PACK_RGB, IMB_INT16, 2, 2, 1), rgba(PACK_RGBA, IMB_INT8, 2, 2, 1);
+    IMB_Raster same(PACK_RGB, IMB_INT8, 2, 2, 1);
     wide.setColorSpace(IMB_CS_SRGB);
     rgba.setColorSpace(IMB_CS_SRGB);
     dst.insert(wide, 0, 0);
@@ -355,31 +323,23 @@ TEST(RasterAccess, ClearNormalScalesIntoTheRangeAndConvertsFloats)
 {
     // Integers: trunc(v * float(white - black)) + black in single precision:
     // float(2^32 - 1) is 2^32, so 1.0 wraps to 0 in int32.
-    struct Case
+    const std::tuple<IMB_DataFormat, float, unsigned, unsigned, uint32> cases[] = {
+        {IMB_INT8, 0.5f, 0, 0, 127},      {IMB_INT8, 1.0f, 0, 0, 255},        {IMB_INT8, 0.999f, 0, 0, 254},
+        {IMB_INT8, 0.5f, 16, 235, 125},   {IMB_INT8, 1.0f, 16, 235, 235},     {IMB_INT8, 0.0f, 16, 235, 16},
+        {IMB_INT16, 0.5f, 0, 0, 32767},   {IMB_INT16, 1.0f, 0, 0, 65535},     {IMB_INT32, 0.5f, 0, 0, 1u << 31},
+        {IMB_INT32, 1.0f, 0, 0, 0},       {IMB_FLOAT16, -0.0f, 0, 0, 0},      {IMB_FLOAT16, 0.1f, 0, 0, 0x2e66},
+        {IMB_FLOAT16, 1.0f, 0, 0, 0x3c00}, {IMB_FLOAT16, 65520.0f, 0, 0, 0x7c00}, // rounds past the largest half
+        {IMB_FLOAT32, -0.0f, 0, 0, 0x80000000u}, {IMB_FLOAT32, 0.1f, 0, 0, 0x3dcccccdu}};
+    for (auto [f, v, black, white, want] : cases)
     {
-        IMB_DataFormat f;
-        float v;
-        unsigned black, white;
-        uint32 want;
-    };
-    const Case cases[] = {{IMB_INT8, 0.5f, 0, 0, 127},       {IMB_INT8, 1.0f, 0, 0, 255},
-                          {IMB_INT8, 0.999f, 0, 0, 254},     {IMB_INT8, 0.5f, 16, 235, 125},
-                          {IMB_INT8, 1.0f, 16, 235, 235},    {IMB_INT8, 0.0f, 16, 235, 16},
-                          {IMB_INT16, 0.5f, 0, 0, 32767},    {IMB_INT16, 1.0f, 0, 0, 65535},
-                          {IMB_INT32, 0.5f, 0, 0, 1u << 31}, {IMB_INT32, 1.0f, 0, 0, 0},
-                          {IMB_FLOAT16, -0.0f, 0, 0, 0},     {IMB_FLOAT16, 0.1f, 0, 0, 0x2e66},
-                          {IMB_FLOAT16, 65520.0f, 0, 0, 0x7c00}, {IMB_FLOAT16, 1.0f, 0, 0, 0x3c00},
-                          {IMB_FLOAT32, -0.0f, 0, 0, 0x80000000u}, {IMB_FLOAT32, 0.1f, 0, 0, 0x3dcccccdu}};
-    for (const Case &c : cases)
-    {
-        IMB_Raster r(PACK_RGBA, c.f, 2, 2);
-        const float rgba[4] = {0.0f, c.v, 0.0f, c.v};
-        r.clearNormal(rgba, c.black, c.white);
+        IMB_Raster r(PACK_RGBA, f, 2, 2);
+        const float rgba[4] = {0.0f, v, 0.0f, v};
+        r.clearNormal(rgba, black, white);
         for (int i = 0; i < 4; ++i)
         {
             uint32 got = 0;
-            std::memcpy(&got, r.getPixel(1, 1, i), size_t(bytesOf(c.f)));
-            EXPECT_EQ(got, i % 2 ? c.want : refStore(c.f, 0.0f) + c.black) << IMBdataFormat(c.f) << " " << c.v;
+            std::memcpy(&got, r.getPixel(1, 1, i), size_t(bytesOf(f)));
+            EXPECT_EQ(got, i % 2 ? want : black) << IMBdataFormat(f) << " " << v;
         }
     }
 }

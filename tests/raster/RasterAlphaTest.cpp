@@ -9,14 +9,7 @@ using namespace rastertest;
 
 namespace
 {
-bool isInteger(IMB_DataFormat f) { return f == IMB_INT8 || f == IMB_INT16 || f == IMB_INT32; }
-
-enum Op
-{
-    PREMULTIPLY,
-    UNPREMULTIPLY,
-    CLAMP
-};
+enum Op { PREMULTIPLY, UNPREMULTIPLY, CLAMP };
 
 bool run(IMB_Raster &r, Op op, IMB_Raster *src = nullptr)
 {
@@ -41,16 +34,15 @@ void referenceWalk(IMB_Raster &r, IMB_Raster *src, Op op)
             for (int k = 0; k < 3 && op != CLAMP; ++k)
                 v[k] = op == PREMULTIPLY ? v[k] * a : v[k] / a;
             for (int k = 0; k < 3 && op == UNPREMULTIPLY; ++k)
-                if (isInteger(r.getFormat()) && v[k] > 1.0f)
+                if (r.getFormat() != IMB_FLOAT32 && r.getFormat() != IMB_FLOAT16 && v[k] > 1.0f)
                     v[k] = 1.0f; // integer formats limit to white
-            if (op == CLAMP)
-                v[3] = 1.0f;
+            v[3] = op == CLAMP ? 1.0f : v[3];
             if (write)
                 r.setPixelValue(x, y, v);
         }
 }
 
-using RasterAlphaWalk = rastertest::ShapeTest;
+RASTER_SHAPE_SUITE(RasterAlphaWalk);
 } // namespace
 
 TEST_P(RasterAlphaWalk, EveryOperationMatchesTheDefiningWalkOnOwnAlpha)
@@ -104,11 +96,8 @@ TEST(RasterAlpha, EightBitAlphaOperationsMatchTheWalkForEveryComponentAndAlpha)
     IMB_Raster r(PACK_RGBA, IMB_INT8, 257, 256);
     uint8 *p = static_cast<uint8 *>(r.getPixels());
     for (int64 i = 0; i < 257 * 256; ++i)
-    {
-        const int c = int(i % 256), a = int(i / 257);
-        const uint8 px[4] = {uint8(c), uint8(255 - c), uint8(c ^ 0x5A), uint8(a)};
-        std::memcpy(p + 4 * i, px, 4);
-    }
+        for (int k = 0; k < 4; ++k)
+            p[4 * i + k] = uint8(k == 0 ? i % 256 : k == 1 ? 255 - i % 256 : k == 2 ? (i % 256) ^ 0x5A : i / 257);
     for (Op op : {PREMULTIPLY, UNPREMULTIPLY})
     {
         IMB_Raster got(r), want(r);
@@ -153,10 +142,9 @@ TEST(RasterPromote, AlphaSamplesFollowTheKeptScalesAndPixelsAreCopiedFromTheBloc
     for (IMB_Packing p : {PACK_SINGLE, PACK_RGBA, PACK_UV, PACK_RGBA_NI})
     {
         IMB_Raster r(p, IMB_INT8, 2, 2, 1);
-        const void *before = r.getPixels();
+        void *before = r.getPixels();
         r.promoteRGBToRGBA(1.0);
-        EXPECT_EQ(r.getPacking(), p);
-        EXPECT_EQ(r.getPixels(), before);
+        EXPECT_EQ(std::make_pair(r.getPacking(), r.getPixels()), std::make_pair(p, before));
     }
 }
 
@@ -179,22 +167,20 @@ void referenceSaturation(IMB_Raster &r, float s)
             c[k] = step == 1 ? base + (k * count + i) * d : base + (i * step + k) * d;
             uint32 u = 0;
             std::memcpy(&u, c[k], size_t(d));
-            float f;
-            std::memcpy(&f, &u, 4);
-            in[k] = r.getFormat() == IMB_FLOAT32 ? f : r.getFormat() == IMB_FLOAT16 ? float(half16::fromBits(uint16(u))) : float(u);
+            in[k] = r.getFormat() == IMB_FLOAT32   ? bitsAs<float>(u)
+                    : r.getFormat() == IMB_FLOAT16 ? float(half16::fromBits(uint16(u)))
+                                                   : float(u);
         }
         const float L = (in[0] * 0.3086f + in[1] * 0.6094f + in[2] * 0.082f) * (1.0f - s);
         for (int k = 0; k < 3; ++k)
         {
             const float y = in[k] * s + L;
             const double n = std::floor(double(y) + 0.5);
-            const uint16 h = y == 0.0f ? 0 : half16(y).bits();
-            uint32 u = r.getFormat() == IMB_INT8    ? (!(n >= 0) ? 0 : n >= 255 ? 255 : uint32(n))
-                       : r.getFormat() == IMB_INT16 ? (!(n >= 0) ? 0 : n >= 65535 ? 65535 : uint32(n))
-                       : r.getFormat() == IMB_INT32 ? (n >= 0 && n < 9.2e18 ? uint32(uint64_t(n)) : 0)
-                                                    : h;
-            if (r.getFormat() == IMB_FLOAT32)
-                std::memcpy(&u, &y, 4);
+            const uint32 u = r.getFormat() == IMB_INT8      ? (!(n >= 0) ? 0 : n >= 255 ? 255 : uint32(n))
+                             : r.getFormat() == IMB_INT16   ? (!(n >= 0) ? 0 : n >= 65535 ? 65535 : uint32(n))
+                             : r.getFormat() == IMB_INT32   ? (n >= 0 && n < 9.2e18 ? uint32(uint64_t(n)) : 0)
+                             : r.getFormat() == IMB_FLOAT32 ? bitsAs<uint32>(y)
+                                                            : (y == 0.0f ? 0 : half16(y).bits());
             std::memcpy(c[k], &u, size_t(d));
         }
     }
@@ -206,7 +192,7 @@ TEST_P(RasterAlphaWalk, AdjustSaturationMatchesTheRuleOnRawComponents)
     // Non-colour packings and s within 1e-5 of one change nothing; alpha and
     // padding are never touched.
     auto [packing, format] = GetParam();
-    const bool colour = packing == PACK_RGB || packing == PACK_RGBA || packing == PACK_RGB_NI || packing == PACK_RGBA_NI;
+    const bool colour = valuesOf(packing) >= 3; // RGB and RGBA, interleaved or planes
     for (float s : {0.0f, 0.5f, 1.0f, 2.0f, -1.0f, 1.5e-5f + 1.0f, std::nanf(""), 1.000005f, 1000.0f})
     {
         IMB_Raster r(packing, format, 37, 9);
@@ -219,4 +205,3 @@ TEST_P(RasterAlphaWalk, AdjustSaturationMatchesTheRuleOnRawComponents)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAlphaWalk, RASTER_ALL_SHAPES, shapeName);

@@ -4,7 +4,6 @@
 #include "RasterTestUtil.h"
 
 #include <array>
-#include <numeric>
 
 using namespace rastertest;
 
@@ -12,7 +11,7 @@ namespace
 {
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-using RasterImageOpsShape = rastertest::ShapeTest;
+RASTER_SHAPE_SUITE(RasterImageOpsShape);
 
 // getRange against getPixelValue over the window, NaN skipped.
 TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
@@ -21,11 +20,11 @@ TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
     IMB_Raster r(packing, format, 67, 9);
     fillInteresting(r, 7);
     const int n = valuesOf(packing);
+    float mn[4], mx[4];
     for (const BAS_DimRect window : {BAS_DimRect(), BAS_DimRect(3, 2, 60, 5), BAS_DimRect(-4, 5, 40, 90)})
     {
         r.setDataWindow(window);
-        float lo[4] = {HUGE_VALF, HUGE_VALF, HUGE_VALF, HUGE_VALF}, hi[4] = {-HUGE_VALF, -HUGE_VALF, -HUGE_VALF, -HUGE_VALF};
-        float mn[4], mx[4];
+        float lo[4] = {HUGE_VALF, HUGE_VALF, HUGE_VALF, HUGE_VALF}, hi[4] = {-lo[0], -lo[0], -lo[0], -lo[0]};
         const bool whole = window.w() == 0;
         for (int64 y = whole ? 0 : std::max(0, window.y()); y < (whole ? 9 : std::min(9, window.y2() + 1)); ++y)
             for (int64 x = whole ? 0 : std::max(0, window.x()); x < (whole ? 67 : std::min(67, window.x2() + 1)); ++x)
@@ -48,7 +47,6 @@ TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
         }
     }
     r.setDataWindow(BAS_DimRect(70, 0, 5, 5));
-    float mn[4], mx[4];
     EXPECT_FALSE(r.getRange(mn, mx));
 }
 
@@ -58,13 +56,20 @@ TEST_P(RasterImageOpsShape, Convert8BitWithoutDitherIsWhatFillGives)
     const auto [packing, format] = GetParam();
     IMB_Raster r(packing, format, 33, 5);
     fillInteresting(r, 11);
+    r.setDataWindow(BAS_DimRect(1, 2, 3, 4));
+    r.setColorSpace(IMB_CS_CUSTOM_GAMMA, 1.7);
+    r.setBWPoints(0.25f, 0.5f);
     const bool integer = format == IMB_INT8 || format == IMB_INT16 || format == IMB_INT32;
     const float black = integer ? float(imbDefinesWhite[format] / 16) : 0.0f;
     const float white = integer ? float(imbDefinesWhite[format] / 16 * 15) : 1.0f;
     IMB_Raster out;
     ASSERT_TRUE(r.convert8Bit(out, black, white, 2.2f));
-    ASSERT_EQ(out.getFormat(), IMB_INT8);
-    ASSERT_EQ(out.getPacking(), packing);
+    float b, w;
+    out.getBWPoints(b, w); // the shape, window and tag carry over; the points are 0 and 1
+    ASSERT_EQ(std::make_tuple(out.getFormat(), out.getPacking(), out.getXres(), out.getYres()),
+              std::make_tuple(IMB_INT8, packing, int64(33), int64(5)));
+    EXPECT_EQ(std::make_tuple(out.getDataWindow(), out.getColorSpace(), out.getColorSpaceGamma(), b, w),
+              std::make_tuple(BAS_DimRect(1, 2, 3, 4), IMB_CS_CUSTOM_GAMMA, 1.7, 0.0f, 1.0f));
     const int64 planes = planesOf(packing), step = stepOf(packing), bytes = bytesOf(format);
     for (int64 c = 0; c < planes * step; ++c)
     {
@@ -98,18 +103,16 @@ TEST_P(RasterImageOpsShape, StreakEdgesRepeatsTheAreasEdgePixelsOutwards)
     IMB_Raster r = numbered(packing, format, 10, 8);
     const IMB_Raster before(r);
     ASSERT_TRUE(r.streakEdges(BAS_DimRect(3, -2, 4, 5))); // rows 0-2 after clipping
-    const int64 pixel = bytesOf(format) * stepOf(packing);
+    const auto pixel = size_t(bytesOf(format) * stepOf(packing));
     for (int64 k = 0; k < planesOf(packing); ++k)
         for (int64 y = 0; y < 8; ++y)
             for (int64 x = 0; x < 10; ++x)
-                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), before.getPixel(std::clamp<int64>(x, 3, 6), std::min<int64>(y, 2), k),
-                                      size_t(pixel)),
-                          0)
-                    << x << "," << y << " plane " << k;
+            {
+                const void *want = before.getPixel(std::clamp<int64>(x, 3, 6), std::min<int64>(y, 2), k);
+                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), want, pixel), 0) << x << "," << y << " plane " << k;
+            }
     EXPECT_FALSE(r.streakEdges(BAS_DimRect(10, 0, 4, 4)) || r.streakEdges(BAS_DimRect(2, 2, 0, 4)));
 }
-
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterImageOpsShape, RASTER_ALL_SHAPES, shapeName);
 
 TEST(RasterImageOps, RangeOfAllNaNIsNaNAndAZeroExtremeIsPositive)
 {
@@ -177,12 +180,14 @@ std::vector<unsigned char> ditherFlat(IMB_Dither m, int w, int h, float code)
 TEST(RasterImageOps, OrderedDitherTilesUseEveryThresholdOnceAndDiffusionKeepsTheLevel)
 {
     // A flat field k/n^2 of a code above 100: exactly k pixels of each
-    // n x n tile round up.
+    // n x n tile round up, the Bayer entry n^2 - 1 at (0, n - 1) first and the
+    // entry 0 at (0, 0) last.
     for (const auto &[m, n] : {std::pair{IMB_DITHER_BAYER4, 4}, std::pair{IMB_DITHER_BAYER8, 8}})
-        for (int k = 0; k <= n * n; k += 3)
+        for (int k = 0; k < n * n; k += 3)
         {
             const auto v = ditherFlat(m, n, n, 100.0f + float(k) / float(n * n) - 0.5f / float(n * n));
             EXPECT_EQ(std::accumulate(v.begin(), v.end(), 0) - 100 * n * n, k) << "n " << n;
+            EXPECT_EQ(std::make_pair(int(v[0]), int(v[size_t((n - 1) * n)])), std::make_pair(100, 100 + (k > 0)));
         }
     // Error diffusion loses only what leaves the image: a flat 64 x 64 field
     // keeps its level to a few hundredths of a code.
@@ -216,13 +221,10 @@ void applyByMaps(IMB_Raster &r, const IMB_Lookup &lut, float gamma, float black,
             for (int c = 0; c < channels; ++c)
             {
                 void *p = r.getPixel(x, y, c);
-                if (filled & (1 << c))
-                {
-                    if (eight)
-                        *static_cast<uint8 *>(p) = static_cast<const uint8 *>(maps[c])[*static_cast<uint8 *>(p)];
-                    else
-                        *static_cast<uint16 *>(p) = static_cast<const uint16 *>(maps[c])[*static_cast<uint16 *>(p)];
-                }
+                if ((filled & (1 << c)) && eight)
+                    *static_cast<uint8 *>(p) = static_cast<const uint8 *>(maps[c])[*static_cast<uint8 *>(p)];
+                else if (filled & (1 << c))
+                    *static_cast<uint16 *>(p) = static_cast<const uint16 *>(maps[c])[*static_cast<uint16 *>(p)];
             }
     const int only = channel < 0 ? -1 : std::min(channel, 3);
     if (only < 0 || only >= channels)
@@ -252,28 +254,23 @@ TEST(RasterImageOps, DirectTableApplicationLooksEveryComponentUp)
     for (size_t i = 0; i < triples.size(); ++i)
         triples[i] = float((i * 7) % 11) / 10.0f;
     cube.set3DLUT(3, triples.data());
-    struct Case
-    {
-        const IMB_Lookup *lut;
-        float gamma, black, white;
-        int channel;
-    };
-    const Case cases[] = {{&rgba, 1.0f, 0.0f, 1.0f, -1}, {&rgba, 1.8f, 0.1f, 0.9f, -1}, {&red, 1.0f, 0.0f, 1.0f, 0},
-                          {&rgba, 0.7f, 0.0f, 1.0f, 3},  {&cube, 1.0f, 0.0f, 1.0f, -1}};
+    // Table, gamma, black, white and channel.
+    const std::tuple<const IMB_Lookup *, float, float, float, int> cases[] = {
+        {&rgba, 1.0f, 0.0f, 1.0f, -1}, {&rgba, 1.8f, 0.1f, 0.9f, -1}, {&red, 1.0f, 0.0f, 1.0f, 0},
+        {&rgba, 0.7f, 0.0f, 1.0f, 3},  {&cube, 1.0f, 0.0f, 1.0f, -1}};
     for (IMB_DataFormat format : {IMB_INT8, IMB_INT16})
         for (IMB_Packing packing : theAllPackings)
             for (int64 w : {int64(7), int64(401)}) // 7 x 3 odd and small; 401 x 300 threaded
-                for (const Case &k : cases)
+                for (auto [lut, gamma, black, white, channel] : cases)
                 {
                     IMB_Raster mine = numbered(packing, format, w, w == 7 ? 3 : 300, int(w));
                     IMB_Raster theirs(mine), lookups(mine);
-                    mine.applyLUT(*k.lut, k.gamma, k.black, k.white, k.channel);
-                    applyByMaps(theirs, *k.lut, k.gamma, k.black, k.white, k.channel);
-                    k.lut->applyLUT(lookups, k.gamma, k.black, k.white, k.channel);
+                    mine.applyLUT(*lut, gamma, black, white, channel);
+                    applyByMaps(theirs, *lut, gamma, black, white, channel);
+                    lut->applyLUT(lookups, gamma, black, white, channel);
                     ASSERT_EQ(bytesOfRaster(mine), bytesOfRaster(lookups));
                     ASSERT_EQ(bytesOfRaster(mine), bytesOfRaster(theirs))
-                        << IMBpacking(packing) << " " << IMBdataFormat(format) << " " << w << " channel "
-                        << k.channel << " gamma " << k.gamma;
+                        << IMBpacking(packing) << " " << IMBdataFormat(format) << " " << w << " channel " << channel;
                 }
 }
 } // namespace

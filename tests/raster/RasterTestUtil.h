@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <tuple>
@@ -100,12 +101,17 @@ inline void fillInteresting(IMB_Raster &r, unsigned seed)
 using ShapeTest = ::testing::TestWithParam<std::tuple<IMB_Packing, IMB_DataFormat>>;
 
 // Test-name suffix for a (packing, format) parameter.
-inline std::string shapeName(const ::testing::TestParamInfo<std::tuple<IMB_Packing, IMB_DataFormat>> &info)
+inline std::string shapeName(const ::testing::TestParamInfo<ShapeTest::ParamType> &info)
 {
     return std::string(IMBpacking(std::get<0>(info.param))) + "_" + IMBdataFormat(std::get<1>(info.param));
 }
 } // namespace rastertest
 
-// Every packing crossed with every format.
-#define RASTER_ALL_SHAPES                                                                                              \
-    ::testing::Combine(::testing::ValuesIn(rastertest::theAllPackings), ::testing::ValuesIn(rastertest::theAllFormats))
+// Declares the suite `Name` of tests run over every packing crossed with every
+// format.
+#define RASTER_SHAPE_SUITE(Name)                                                                                       \
+    using Name = rastertest::ShapeTest;                                                                                \
+    INSTANTIATE_TEST_SUITE_P(AllShapes, Name,                                                                          \
+                             ::testing::Combine(::testing::ValuesIn(rastertest::theAllPackings),                       \
+                                                ::testing::ValuesIn(rastertest::theAllFormats)),                       \
+                             rastertest::shapeName)
