@@ -1,23 +1,12 @@
 // IMB_Raster pixel access: addresses, value conversions, rows, columns,
-// rectangles, flips and fills.
-#include <IMB/IMB.h>
-#include <IMB/platform/half16.h>
+// rectangles, flips and fills, each checked against the layout rule.
 #include "RasterTestUtil.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <tuple>
-#include <vector>
 
 namespace
 {
 using namespace rastertest;
 
-// Byte offset of component c of pixel (x, y) from the first pixel, from the
-// layout rule.
+// Byte offset of component c of pixel (x, y) from the first pixel.
 int64 offsetOf(const IMB_Raster &r, int64 x, int64 y, int64 c)
 {
     const int64 b = bytesOf(r.getFormat());
@@ -42,73 +31,21 @@ void expectShifted(const IMB_Raster &dst, const IMB_Raster &src, int64 dx, int64
             }
 }
 
-uint64 rawAt(const IMB_Raster &r, int64 offset)
-{
-    uint64 v = 0;
-    std::memcpy(&v, static_cast<const char *>(r.getPixels()) + offset, static_cast<std::size_t>(bytesOf(r.getFormat())));
-    return v;
-}
-void putRaw(IMB_Raster &r, int64 offset, uint64 v)
-{
-    std::memcpy(static_cast<char *>(r.getPixels()) + offset, &v, static_cast<std::size_t>(bytesOf(r.getFormat())));
-}
+// ---- independent references for the value conversions (the half rules are
+// half16's own, checked by the platform tests)
 
-// ---- independent references for the value conversions
-
-// Truncation toward zero; out-of-range and NaN give the x86 "indefinite"
-// integer 0x8000000000000000, whose low bits are 0.
-uint64 truncBits(double d)
-{
-    if (std::isnan(d) || d >= 9223372036854775808.0 || d < -9223372036854775808.0)
-        return 0x8000000000000000ull;
-    return static_cast<uint64>(static_cast<int64>(std::trunc(d)));
-}
-
-// The nearest half to |f| with ties away from zero when f is in the normal
-// range, nearest-even below it; built with double arithmetic and ldexp.
-uint16 refHalf(float f)
-{
-    if (std::isnan(f))
-        return 0x7e00; // any NaN; compared as "is NaN"
-    const uint16 sign = std::signbit(f) ? 0x8000 : 0;
-    double a = std::fabs(static_cast<double>(f));
-    if (a == 0)
-        return sign;
-    if (a < std::ldexp(1.0, -14))
-    {
-        double q = std::nearbyint(a / std::ldexp(1.0, -24)); // ties to even
-        return static_cast<uint16>(sign | static_cast<uint16>(q));
-    }
-    int e = std::ilogb(a);
-    if (e > 15)
-        return sign | 0x7c00;
-    double q = std::floor(a / std::ldexp(1.0, e - 10) + 0.5); // ties up in magnitude
-    if (q >= 2048)
-    {
-        q /= 2;
-        ++e;
-    }
-    if (e > 15)
-        return sign | 0x7c00;
-    return static_cast<uint16>(sign | ((e + 15) << 10) | (static_cast<int>(q) - 1024));
-}
-
-// The value stored by setPixelValue, as raw bits.
+// The value stored by setPixelValue, as raw bits: integers are the product
+// truncated toward zero, low bits kept; NaN and products beyond the 64-bit
+// range give the x86 "indefinite" integer 0x8000000000000000, low bits 0.
 uint64 refStore(IMB_DataFormat f, float v)
 {
-    switch (f)
-    {
-    case IMB_INT8: return truncBits(static_cast<double>(v) * 255.0) & 0xff;
-    case IMB_INT16: return truncBits(static_cast<double>(v) * 65535.0) & 0xffff;
-    case IMB_INT32: return truncBits(static_cast<double>(v) * 4294967296.0) & 0xffffffffull;
-    case IMB_FLOAT16: return v == 0.0f ? 0 : refHalf(v);
-    default:
-    {
-        uint32 b;
-        std::memcpy(&b, &v, 4);
-        return b;
-    }
-    }
+    const double d = double(v) * (f == IMB_INT8 ? 255.0 : f == IMB_INT16 ? 65535.0 : 4294967296.0);
+    const uint64 t = std::isnan(d) || std::fabs(d) >= 9223372036854775808.0 ? 0 : uint64(int64(std::trunc(d)));
+    if (f == IMB_FLOAT16)
+        return v == 0.0f ? 0 : half16(v).bits();
+    if (f == IMB_FLOAT32)
+        return bitsAs<uint32>(v);
+    return t & (f == IMB_INT8 ? 0xff : f == IMB_INT16 ? 0xffff : 0xffffffffull);
 }
 
 // The value getPixelValue gives for raw bits.
@@ -119,32 +56,9 @@ float refLoad(IMB_DataFormat f, uint64 raw)
     case IMB_INT8: return static_cast<float>(raw) * 0.003921569f;
     case IMB_INT16: return static_cast<float>(raw) * 1.5259022e-5f;
     case IMB_INT32: return static_cast<float>(static_cast<double>(raw) / 4294967295.0);
-    case IMB_FLOAT16:
-    {
-        const int e = static_cast<int>((raw >> 10) & 0x1f);
-        const int m = static_cast<int>(raw & 0x3ff);
-        double v;
-        if (e == 0)
-            v = std::ldexp(m, -24);
-        else if (e == 31)
-            v = m ? std::numeric_limits<double>::quiet_NaN() : std::numeric_limits<double>::infinity();
-        else
-            v = std::ldexp(1024 + m, e - 25);
-        return static_cast<float>((raw & 0x8000) ? -v : v);
+    case IMB_FLOAT16: return float(half16::fromBits(static_cast<uint16>(raw)));
+    default: return bitsAs<float>(static_cast<uint32>(raw));
     }
-    default:
-    {
-        float v;
-        uint32 b = static_cast<uint32>(raw);
-        std::memcpy(&v, &b, 4);
-        return v;
-    }
-    }
-}
-
-bool sameFloat(float a, float b)
-{
-    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, 4) == 0;
 }
 
 // Inputs that hit the boundaries of every store rule.
@@ -155,18 +69,13 @@ std::vector<float> probeValues()
                             std::nextafter(1.0f, 0.0f), std::nextafter(1.0f, 2.0f), 1e-8f, 6.1e-5f, 6.0e-8f,
                             65504.0f, 65519.0f, 65520.0f, 1e10f, -1e10f, 1e30f,
                             std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
-                            std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::denorm_min()};
-    // Floats whose 13 dropped mantissa bits are exactly half, and one below.
-    v.push_back(1.0f + std::ldexp(1.0f, -11));
-    v.push_back(1.0f + std::ldexp(1.0f, -11) - std::ldexp(1.0f, -23));
-    v.push_back(2047.5f / 1024.0f * 2.0f);
+                            std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::denorm_min(),
+                            1.0f + std::ldexp(1.0f, -11), 4095.0f / 1024.0f}; // halfway between halves
     // The floats next to every 8-bit code and to a spread of 16-bit codes:
     // truncation must see the exact product, not one rounded to float.
     auto around = [&v](double x) {
         const float f = static_cast<float>(x);
-        v.push_back(std::nextafter(f, -1.0f));
-        v.push_back(f);
-        v.push_back(std::nextafter(f, 2.0f));
+        v.insert(v.end(), {std::nextafter(f, -1.0f), f, std::nextafter(f, 2.0f)});
     };
     for (int k = 1; k <= 255; ++k)
         around(k / 255.0);
@@ -174,45 +83,57 @@ std::vector<float> probeValues()
         around(k / 65535.0);
     return v;
 }
-
 } // namespace
 
 // ---------------------------------------------------------------- every shape
 
-class RasterAccessShape : public ::testing::TestWithParam<std::tuple<IMB_Packing, IMB_DataFormat>>
-{
-};
+RASTER_SHAPE_SUITE(RasterAccessShape);
 
-TEST_P(RasterAccessShape, PixelAddressesFollowTheLayoutAndAreNullOutside)
+TEST_P(RasterAccessShape, PixelAddressesFollowTheLayoutAndNothingIsReachedOutside)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster r(p, f, 5, 3);
+    IMB_Raster r(p, f, 5, 3, 1);
     const char *base = static_cast<const char *>(r.getPixels());
     for (int64 y = 0; y < 3; ++y)
         for (int64 x = 0; x < 5; ++x)
             for (int64 c = 0; c < planesOf(p) * stepOf(p); ++c)
                 ASSERT_EQ(static_cast<const char *>(r.getPixel(x, y, c)) - base, offsetOf(r, x, y, c))
                     << x << "," << y << "," << c;
-    EXPECT_EQ(r.getPixel(-1, 0, 0), nullptr);
-    EXPECT_EQ(r.getPixel(0, -1, 0), nullptr);
-    EXPECT_EQ(r.getPixel(5, 0, 0), nullptr);
-    EXPECT_EQ(r.getPixel(0, 3, 0), nullptr);
-    const IMB_Raster &cr = r;
-    EXPECT_EQ(cr.getPixel(4, 2, 0), r.getPixel(4, 2, 0));
+    EXPECT_EQ(static_cast<const IMB_Raster &>(r).getPixel(4, 2, 0), r.getPixel(4, 2, 0));
+    const float in[4] = {1, 1, 1, 1};
+    float out[4] = {-7, -7, -7, -7};
+    for (auto [x, y] : {std::pair<int64, int64>{-1, 0}, {0, -1}, {5, 0}, {0, 3}})
+    {
+        EXPECT_EQ(r.getPixel(x, y, 0), nullptr);
+        r.setPixelValue(x, y, in);
+        r.getPixelValue(x, y, out);
+    }
+    EXPECT_EQ(bytesOfRaster(r), std::vector<unsigned char>(size_t(r.getSize()), 0));
+    EXPECT_EQ(out[0], -7.0f);
 }
 
-TEST_P(RasterAccessShape, StoredValuesFollowTheTruncatingRule)
+TEST_P(RasterAccessShape, StoredValuesFollowTheTruncatingRuleAlongComponentZero)
 {
+    // Values land as consecutive components from component 0 whatever the
+    // packing: on plane packings at plane-0 pixels x, x + 1, ..., here past
+    // the end of row 1 (kept); nothing else is written.
     const auto [p, f] = GetParam();
-    IMB_Raster r(p, f, 8, 2, 1);
-    const int n = valuesOf(p);
-    for (float v : probeValues())
+    IMB_Raster r(p, f, 8, 3, 1);
+    const int64 at = offsetOf(r, 7, 1, 0), b = bytesOf(f);
+    const std::vector<float> probes = probeValues();
+    std::vector<unsigned char> want(size_t(r.getSize()), 0);
+    for (size_t j = 0; j < probes.size(); ++j)
     {
-        float in[4] = {v, v, v, v};
-        r.setPixelValue(1, 1, in);
-        // Consecutive components from component 0, whatever the packing.
-        for (int i = 0; i < n; ++i)
-            ASSERT_EQ(rawAt(r, offsetOf(r, 1, 1, 0) + i * bytesOf(f)), refStore(f, v)) << v << " value " << i;
+        float in[4];
+        for (int i = 0; i < 4; ++i)
+            in[i] = probes[(j + 7 * i) % probes.size()];
+        r.setPixelValue(7, 1, in);
+        for (int i = 0; i < valuesOf(p); ++i)
+        {
+            const uint64 s = refStore(f, in[i]);
+            std::memcpy(&want[size_t(at + i * b)], &s, size_t(b));
+        }
+        ASSERT_EQ(bytesOfRaster(r), want) << in[0];
     }
 }
 
@@ -230,437 +151,195 @@ TEST_P(RasterAccessShape, ReadValuesFollowTheScalingRule)
         {
             // Plane packings read value i from plane i; the others from
             // consecutive components.
+            const uint64 v = (raw + i) & mask;
             const int64 off = isPlanar(p) ? offsetOf(r, 2, 1, i) : offsetOf(r, 2, 1, 0) + i * bytesOf(f);
-            putRaw(r, off, (raw + i) & mask);
+            std::memcpy(static_cast<char *>(r.getPixels()) + off, &v, size_t(bytesOf(f)));
         }
         float out[4] = {-7, -7, -7, -7};
         r.getPixelValue(2, 1, out);
-        for (int i = 0; i < n; ++i)
-            ASSERT_TRUE(sameFloat(out[i], refLoad(f, (raw + i) & mask))) << std::hex << raw << " value " << i;
-        for (int i = n; i < 4; ++i)
-            ASSERT_EQ(out[i], -7.0f); // nothing beyond the packing's values
+        for (int i = 0; i < 4; ++i)
+        {
+            const float want = i < n ? refLoad(f, (raw + i) & mask) : -7.0f; // nothing beyond the packing's values
+            ASSERT_TRUE((std::isnan(out[i]) && std::isnan(want)) || std::memcmp(&out[i], &want, 4) == 0)
+                << std::hex << raw << " value " << i;
+        }
     }
 }
 
-TEST_P(RasterAccessShape, RowsRoundTripThroughAPackedBuffer)
+TEST_P(RasterAccessShape, RowsRoundTripThroughAPackedBufferPlaneZeroFirst)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 6, 3);
-    const int64 lineBytes = bytesOf(f) * imbDefinesPDepth[p] * 6;
-    const int64 planes = isPlanar(p) ? imbDefinesPComp[p] : 1;
-    std::vector<unsigned char> buf(static_cast<std::size_t>(lineBytes * planes));
+    IMB_Raster src = numbered(p, f, 6, 3), dst(p, f, 6, 3, 1), want(p, f, 6, 3, 1);
+    const int64 line = bytesOf(f) * stepOf(p) * 6;
+    std::vector<unsigned char> buf(size_t(line * planesOf(p)));
     src.readFromRow(1, buf.data());
-    for (int64 k = 0; k < planes; ++k)
-        EXPECT_EQ(std::memcmp(buf.data() + k * lineBytes, src.getPixel(0, 1, k), static_cast<std::size_t>(lineBytes)),
-                  0);
-
-    IMB_Raster dst(p, f, 6, 3, 1);
     dst.writeToRow(2, buf.data());
-    for (int64 k = 0; k < planes; ++k)
+    for (int64 k = 0; k < planesOf(p); ++k)
     {
-        EXPECT_EQ(std::memcmp(dst.getPixel(0, 2, k), src.getPixel(0, 1, k), static_cast<std::size_t>(lineBytes)), 0);
-        // Other rows untouched.
-        const auto *row0 = static_cast<const unsigned char *>(dst.getPixel(0, 0, k));
-        for (int64 i = 0; i < lineBytes; ++i)
-            ASSERT_EQ(row0[i], 0);
+        EXPECT_EQ(std::memcmp(buf.data() + k * line, src.getPixel(0, 1, k), size_t(line)), 0) << k;
+        std::memcpy(want.getPixel(0, 2, k), src.getPixel(0, 1, k), size_t(line));
     }
+    EXPECT_EQ(bytesOfRaster(dst), bytesOfRaster(want)); // other rows untouched
 }
 
-TEST_P(RasterAccessShape, ExtractOfTheWholeRasterCopiesEveryPlane)
+TEST_P(RasterAccessShape, ColumnsTakeAPixelPerRowOrPlaneByPlaneSamples)
+{
+    // Plane packings: 8-bit samples advance through the buffer, wider ones
+    // do not, so the whole column gets the first sample (kept).
+    const auto [p, f] = GetParam();
+    IMB_Raster r(p, f, 3, 4, 1);
+    const int64 b = bytesOf(f), px = b * stepOf(p);
+    std::vector<unsigned char> col(size_t(planesOf(p) * 4 * px)), zero(size_t(px), 0);
+    std::iota(col.begin(), col.end(), static_cast<unsigned char>(1));
+    r.writeToColumn(1, col.data());
+    for (int64 k = 0; k < planesOf(p); ++k)
+        for (int64 y = 0; y < 4; ++y)
+            for (int64 x = 0; x < 3; ++x)
+            {
+                const unsigned char *want = x != 1 ? zero.data() : !isPlanar(p) ? &col[size_t(y * px)]
+                                                              : b == 1       ? &col[size_t(k * 4 + y)]
+                                                                             : col.data();
+                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), want, size_t(px)), 0) << x << "," << y << "," << k;
+            }
+}
+
+TEST_P(RasterAccessShape, ExtractAndInsertCopyEveryPlaneOfTheClippedRectangle)
 {
     const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 5, 4);
+    IMB_Raster src = numbered(p, f, 3, 3, 5), dst(p, f, 4, 4, 1), whole;
     src.setDataWindow(BAS_DimRect(1, 1, 2, 2));
-    IMB_Raster dst;
-    dst.extract(src, 0, 0, 4, 3);
-    EXPECT_EQ(bytesOfRaster(dst), bytesOfRaster(src));
-    EXPECT_EQ(dst.getDataWindow(), BAS_DimRect(1, 1, 2, 2));
-    EXPECT_TRUE(dst.getDataWritten());
-}
-
-TEST_P(RasterAccessShape, InsertCopiesEveryPlaneOfTheClippedRectangle)
-{
-    const auto [p, f] = GetParam();
-    IMB_Raster src = numbered(p, f, 3, 3, 5);
-    IMB_Raster dst(p, f, 4, 4, 1);
+    whole.extract(src, 0, 0, 2, 2);
+    EXPECT_EQ(bytesOfRaster(whole), bytesOfRaster(src));
+    EXPECT_EQ(whole.getDataWindow(), BAS_DimRect(1, 1, 2, 2));
+    EXPECT_TRUE(whole.getDataWritten());
     dst.insert(src, 2, -1); // overhangs right and bottom edges
     expectShifted(dst, src, -2, 1);
     EXPECT_FALSE(dst.getDataWritten()); // insert leaves the written flag alone
 }
 
-TEST_P(RasterAccessShape, ClearWritesNothingPastThePixelsAndNullZeroesEveryByte)
+TEST_P(RasterAccessShape, FlipReversesTheRowsOfPlaneZeroOnly)
 {
+    // Other planes stay as they were (kept).
+    const auto [p, f] = GetParam();
+    for (int64 h : {4, 5})
+    {
+        IMB_Raster r = numbered(p, f, 3, h);
+        const IMB_Raster before(r);
+        r.flipVertical();
+        for (int64 k = 0; k < planesOf(p); ++k)
+            for (int64 y = 0; y < h; ++y)
+                ASSERT_EQ(std::memcmp(r.getPixel(0, y, k), before.getPixel(0, k ? y : h - 1 - y, k),
+                                      size_t(3 * bytesOf(f) * stepOf(p))),
+                          0)
+                    << h << " " << k << " " << y;
+    }
+}
+
+TEST_P(RasterAccessShape, ClearRepeatsThePixelAndWritesNothingPastTheBlock)
+{
+    // Interleaved packings repeat the whole pixel; plane k takes component k,
+    // and every format but float32 keeps the first sample of plane 0 (kept).
     const auto [p, f] = GetParam();
     IMB_Raster r = numbered(p, f, 7, 3);
+    const IMB_Raster before(r);
     char *tail = static_cast<char *>(r.getPixels()) + r.getSize();
     std::memset(tail, 0x77, static_cast<std::size_t>(r.getStride() + 16));
     const unsigned char pixel[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     r.clear(pixel);
-    for (int64 i = 0; i < r.getStride() + 16; ++i)
-        ASSERT_EQ(tail[i], 0x77) << i;
+    const int64 b = bytesOf(f);
+    for (int64 k = 0; k < planesOf(p); ++k)
+        for (int64 i = 0; i < 7 * 3 * b * stepOf(p); ++i)
+        {
+            const bool kept = isPlanar(p) && k == 0 && i < b && f != IMB_FLOAT32;
+            const int64 want = kept ? static_cast<const unsigned char *>(before.getPixel(0, 0, 0))[i]
+                                    : pixel[isPlanar(p) ? k * b + i % b : i % (b * stepOf(p))];
+            ASSERT_EQ(static_cast<const unsigned char *>(r.getPixel(0, 0, k))[i], want) << k << " byte " << i;
+        }
     r.clear(nullptr);
-    for (unsigned char b : bytesOfRaster(r))
-        ASSERT_EQ(b, 0);
+    EXPECT_EQ(bytesOfRaster(r), std::vector<unsigned char>(size_t(r.getSize()), 0));
     for (int64 i = 0; i < r.getStride() + 16; ++i)
         ASSERT_EQ(tail[i], 0x77) << i;
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterAccessShape, RASTER_ALL_SHAPES, shapeName);
+// ---------------------------------------------------------------- rectangles
 
-// ---------------------------------------------------------------- documented cases
-
-TEST(RasterAccess, Int32StoresTwoToTheThirtyTwoSoOneWrapsToZero)
+TEST(RasterAccess, ExtractReshapesTakesTheTagsAndZeroesWhatLiesOutside)
 {
-    IMB_Raster r(PACK_SINGLE, IMB_INT32, 2, 2);
-    float in = 1.0f, out = -1;
-    r.setPixelValue(0, 0, &in);
-    r.getPixelValue(0, 0, &out);
-    EXPECT_EQ(out, 0.0f);
-    in = 0.25f;
-    r.setPixelValue(0, 0, &in);
-    r.getPixelValue(0, 0, &out);
-    EXPECT_EQ(out, 0.25f);
-    in = 0.5f;
-    r.setPixelValue(0, 0, &in);
-    EXPECT_EQ(*static_cast<const uint32 *>(r.getPixel(0, 0)), 2147483648u);
-    *static_cast<uint32 *>(r.getPixel(1, 0)) = 0xffffffffu;
-    r.getPixelValue(1, 0, &out);
-    EXPECT_EQ(out, 1.0f);
-}
-
-TEST(RasterAccess, Int8StoresTheLowByteOfTheTruncatedProduct)
-{
-    IMB_Raster r(PACK_SINGLE, IMB_INT8, 2, 1);
-    const std::pair<float, int> cases[] = {{1.0f, 255}, {-0.5f, 129}, {1.5f, 126}, {0.999f, 254}, {2.0f, 254}};
-    for (auto [in, want] : cases)
+    const std::tuple<IMB_Packing, IMB_DataFormat, int64, int64, int64, int64> cases[] = {
+        {PACK_SINGLE, IMB_INT8, -2, -2, 1, 1},   {PACK_RGBA_NI, IMB_INT16, 2, 1, 5, 4},
+        {PACK_RGB, IMB_FLOAT32, 10, 10, 11, 12}, {PACK_RGB, IMB_FLOAT32, -5, 0, -1, 1},
+        {PACK_DUAL_NI, IMB_INT8, 1, 2, 2, 3}};
+    for (auto [p, f, x1, y1, x2, y2] : cases)
     {
-        r.setPixelValue(0, 0, &in);
-        EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(0, 0)), want) << in;
+        IMB_Raster src = numbered(p, f, 4, 3), dst(PACK_SINGLE, IMB_INT8, 4, 4);
+        src.setColorSpace(IMB_CS_CUSTOM_GAMMA, 2.6);
+        src.setBWPoints(0.25f, 0.5f);
+        std::memset(dst.getPixels(), 0xee, 16);
+        dst.extract(src, x1, y1, x2, y2);
+        float b, w;
+        dst.getBWPoints(b, w);
+        ASSERT_EQ(std::make_tuple(dst.getXres(), dst.getYres(), dst.getPacking(), dst.getFormat()),
+                  std::make_tuple(x2 - x1 + 1, y2 - y1 + 1, p, f));
+        EXPECT_EQ(std::make_tuple(dst.getColorSpace(), dst.getColorSpaceGamma(), b, w),
+                  std::make_tuple(IMB_CS_CUSTOM_GAMMA, 2.6, 0.25f, 0.5f));
+        expectShifted(dst, src, x1, y1);
     }
+    const IMB_Raster before = numbered(PACK_RGB_NI, IMB_INT8, 4, 4);
+    IMB_Raster r(before);
+    r.extract(r, 1, 2, 2, 3); // from itself: a crop
+    ASSERT_EQ(std::make_pair(r.getXres(), r.getYres()), std::make_pair(int64(2), int64(2)));
+    expectShifted(r, before, 1, 2);
 }
 
-TEST(RasterAccess, SetPixelValueOnPlanesWritesAlongPlaneZero)
+TEST(RasterAccess, InsertNeedsTheSameShapeAndTakesTheTagEvenWithoutOverlap)
 {
-    // Kept on purpose: value i goes to plane 0 at pixel x + i.
-    IMB_Raster r(PACK_RGB_NI, IMB_INT8, 4, 2, 1);
-    const float in[3] = {1.0f, 0.5f, 0.25f};
-    r.setPixelValue(1, 0, in);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, 0, 0)), 255);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(2, 0, 0)), 127);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(3, 0, 0)), 63);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, 0, 1)), 0);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, 0, 2)), 0);
-    float out[3];
-    r.getPixelValue(1, 0, out); // reads planes, so sees only the first value
-    EXPECT_EQ(out[0], 1.0f);
-    EXPECT_EQ(out[1], 0.0f);
-    EXPECT_EQ(out[2], 0.0f);
-    // At the end of a row the values run into the next row of plane 0.
-    r.setPixelValue(3, 0, in);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(0, 1, 0)), 127);
-}
-
-TEST(RasterAccess, DualPackingExposesTwoOfItsThreeComponents)
-{
-    IMB_Raster r(PACK_DUAL, IMB_FLOAT32, 2, 1);
-    const float in[4] = {0.25f, 0.75f, 9.0f, 9.0f};
-    r.setPixelValue(0, 0, in);
-    EXPECT_EQ(*static_cast<const float *>(r.getPixel(0, 0, 2)), 0.0f);
-    EXPECT_EQ(*static_cast<const float *>(r.getPixel(1, 0, 0)), 0.0f);
-    float out[4] = {-1, -1, -1, -1};
-    r.getPixelValue(0, 0, out);
-    EXPECT_EQ(out[0], 0.25f);
-    EXPECT_EQ(out[1], 0.75f);
-    EXPECT_EQ(out[2], -1.0f);
-}
-
-TEST(RasterAccess, ValueAccessOutsideTheRasterDoesNothing)
-{
-    IMB_Raster r(PACK_RGBA, IMB_INT8, 2, 2, 1);
-    const float in[4] = {1, 1, 1, 1};
-    r.setPixelValue(2, 0, in);
-    r.setPixelValue(0, -1, in);
-    for (unsigned char b : bytesOfRaster(r))
-        EXPECT_EQ(b, 0);
-    float out[4] = {-1, -1, -1, -1};
-    r.getPixelValue(-1, 0, out);
-    EXPECT_EQ(out[0], -1.0f);
-    IMB_Raster empty;
-    empty.setPixelValue(0, 0, in);
-    empty.getPixelValue(0, 0, out);
-    EXPECT_EQ(out[0], -1.0f);
-}
-
-// ---------------------------------------------------------------- columns
-
-TEST(RasterAccess, ColumnOfAnInterleavedRasterTakesOnePixelPerRow)
-{
-    IMB_Raster r(PACK_RGB, IMB_INT16, 3, 4, 1);
-    std::vector<uint16> col(12);
-    for (int i = 0; i < 12; ++i)
-        col[i] = static_cast<uint16>(100 + i);
-    r.writeToColumn(1, col.data());
-    for (int64 y = 0; y < 4; ++y)
-        for (int64 c = 0; c < 3; ++c)
-        {
-            EXPECT_EQ(*static_cast<const uint16 *>(r.getPixel(1, y, c)), 100 + 3 * y + c);
-            EXPECT_EQ(*static_cast<const uint16 *>(r.getPixel(0, y, c)), 0);
-        }
-}
-
-TEST(RasterAccess, EightBitPlaneColumnAdvancesThroughEveryPlane)
-{
-    IMB_Raster r(PACK_DUAL_NI, IMB_INT8, 3, 3, 1);
-    const uint8 col[6] = {1, 2, 3, 4, 5, 6};
-    r.writeToColumn(2, col);
-    for (int64 k = 0; k < 2; ++k)
-        for (int64 y = 0; y < 3; ++y)
-        {
-            EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(2, y, k)), col[k * 3 + y]);
-            EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, y, k)), 0);
-        }
-}
-
-TEST(RasterAccess, WidePlaneColumnRepeatsTheFirstSample)
-{
-    // Kept on purpose: samples wider than a byte do not advance the buffer.
-    for (IMB_Packing p : {PACK_SINGLE, PACK_RGBA_NI})
-    {
-        IMB_Raster r(p, IMB_FLOAT32, 2, 3, 1);
-        const float col[12] = {0.5f, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
-        r.writeToColumn(0, col);
-        for (int64 k = 0; k < planesOf(p); ++k)
-            for (int64 y = 0; y < 3; ++y)
-            {
-                EXPECT_EQ(*static_cast<const float *>(r.getPixel(0, y, k)), 0.5f);
-                EXPECT_EQ(*static_cast<const float *>(r.getPixel(1, y, k)), 0.0f);
-            }
-    }
-}
-
-// ---------------------------------------------------------------- extract, insert
-
-TEST(RasterAccess, ExtractAboveAndLeftOfTheSourceFillsTheRestWithZero)
-{
-    IMB_Raster src = numbered(PACK_SINGLE, IMB_INT8, 4, 4);
-    IMB_Raster dst(PACK_SINGLE, IMB_INT8, 4, 4);
-    std::memset(dst.getPixels(), 0xee, 16);
-    dst.extract(src, -2, -2, 1, 1);
-    EXPECT_EQ(dst.getXres(), 4);
-    expectShifted(dst, src, -2, -2);
-}
-
-TEST(RasterAccess, ExtractPastTheFarEdgesClipsEveryPlane)
-{
-    IMB_Raster src = numbered(PACK_RGBA_NI, IMB_INT16, 4, 3);
-    IMB_Raster dst;
-    dst.extract(src, 2, 1, 5, 4);
-    ASSERT_EQ(dst.getXres(), 4);
-    ASSERT_EQ(dst.getYres(), 4);
-    expectShifted(dst, src, 2, 1);
-}
-
-TEST(RasterAccess, ExtractEntirelyOutsideGivesZerosAndTakesTheSourceTags)
-{
-    IMB_Raster src = numbered(PACK_RGB, IMB_FLOAT32, 4, 4);
-    src.setColorSpace(IMB_CS_CUSTOM_GAMMA, 2.6);
-    src.setBWPoints(0.25f, 0.5f);
-    IMB_Raster dst(PACK_SINGLE, IMB_INT8, 2, 2);
-    dst.extract(src, 10, 10, 11, 12);
-    EXPECT_EQ(dst.getPacking(), PACK_RGB);
-    EXPECT_EQ(dst.getFormat(), IMB_FLOAT32);
-    EXPECT_EQ(dst.getYres(), 3);
-    EXPECT_EQ(dst.getColorSpace(), IMB_CS_CUSTOM_GAMMA);
-    EXPECT_EQ(dst.getColorSpaceGamma(), 2.6);
-    float b, w;
-    dst.getBWPoints(b, w);
-    EXPECT_EQ(b, 0.25f);
-    EXPECT_EQ(w, 0.5f);
-    for (unsigned char byte : bytesOfRaster(dst))
-        EXPECT_EQ(byte, 0);
-
-    IMB_Raster left;
-    left.extract(src, -5, 0, -1, 1); // all columns left of the source
-    for (unsigned char byte : bytesOfRaster(left))
-        EXPECT_EQ(byte, 0);
-}
-
-TEST(RasterAccess, ExtractFromItselfCrops)
-{
-    IMB_Raster r = numbered(PACK_SINGLE, IMB_INT8, 4, 4);
-    const uint8 want = *static_cast<const uint8 *>(r.getPixel(2, 3));
-    r.extract(r, 1, 2, 2, 3);
-    ASSERT_EQ(r.getXres(), 2);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(1, 1)), want);
-}
-
-TEST(RasterAccess, InsertOfAnotherFormatChangesNothing)
-{
-    IMB_Raster src(PACK_RGB, IMB_INT16, 2, 2, 1);
-    src.setColorSpace(IMB_CS_SRGB);
     IMB_Raster dst = numbered(PACK_RGB, IMB_INT8, 4, 4);
     dst.setColorSpace(IMB_CS_LINEAR);
     const auto before = bytesOfRaster(dst);
-    dst.insert(src, 0, 0);
+    IMB_Raster wide(PACK_RGB, IMB_INT16, 2, 2, 1), rgba(PACK_RGBA, IMB_INT8, 2, 2, 1);
+    IMB_Raster same(PACK_RGB, IMB_INT8, 2, 2, 1);
+    wide.setColorSpace(IMB_CS_SRGB);
+    rgba.setColorSpace(IMB_CS_SRGB);
+    dst.insert(wide, 0, 0);
+    dst.insert(rgba, 0, 0);
     EXPECT_EQ(bytesOfRaster(dst), before);
     EXPECT_EQ(dst.getColorSpace(), IMB_CS_LINEAR);
-    IMB_Raster other(PACK_RGBA, IMB_INT8, 2, 2, 1);
-    dst.insert(other, 0, 0);
-    EXPECT_EQ(bytesOfRaster(dst), before);
-}
-
-TEST(RasterAccess, InsertEntirelyOutsideTakesOnlyTheTag)
-{
-    IMB_Raster src(PACK_SINGLE, IMB_INT8, 2, 2, 1);
-    src.setColorSpace(IMB_CS_REC709);
-    IMB_Raster dst = numbered(PACK_SINGLE, IMB_INT8, 4, 4);
-    const auto before = bytesOfRaster(dst);
+    same.setColorSpace(IMB_CS_CUSTOM_GAMMA, 1.7);
     for (auto [x, y] : {std::pair<int64, int64>{4, 0}, {0, 4}, {-2, 0}, {0, -2}})
     {
-        dst.insert(src, x, y);
+        dst.insert(same, x, y);
         EXPECT_EQ(bytesOfRaster(dst), before) << x << "," << y;
     }
-    EXPECT_EQ(dst.getColorSpace(), IMB_CS_REC709);
-    dst.insert(src, -1, -1); // one pixel overlaps
-    EXPECT_EQ(*static_cast<const uint8 *>(dst.getPixel(0, 0)), 0);
-    EXPECT_EQ(*static_cast<const uint8 *>(dst.getPixel(1, 0)), before[1]);
+    EXPECT_EQ(dst.getColorSpace(), IMB_CS_CUSTOM_GAMMA);
+    EXPECT_EQ(dst.getColorSpaceGamma(), 1.7);
+    dst.insert(same, -1, -1); // one pixel overlaps
+    EXPECT_EQ(bytesOfRaster(dst)[0], 0);
+    EXPECT_EQ(bytesOfRaster(dst)[3], before[3]);
 }
 
-// ---------------------------------------------------------------- flip
+// ---------------------------------------------------------------- clearNormal
 
-TEST(RasterAccess, FlipReversesRowsAndKeepsTheMiddleRow)
+TEST(RasterAccess, ClearNormalScalesIntoTheRangeAndConvertsFloats)
 {
-    for (int64 h : {4, 5})
+    // Integers: trunc(v * float(white - black)) + black in single precision:
+    // float(2^32 - 1) is 2^32, so 1.0 wraps to 0 in int32.
+    const std::tuple<IMB_DataFormat, float, unsigned, unsigned, uint32> cases[] = {
+        {IMB_INT8, 0.5f, 0, 0, 127},      {IMB_INT8, 1.0f, 0, 0, 255},        {IMB_INT8, 0.999f, 0, 0, 254},
+        {IMB_INT8, 0.5f, 16, 235, 125},   {IMB_INT8, 1.0f, 16, 235, 235},     {IMB_INT8, 0.0f, 16, 235, 16},
+        {IMB_INT16, 0.5f, 0, 0, 32767},   {IMB_INT16, 1.0f, 0, 0, 65535},     {IMB_INT32, 0.5f, 0, 0, 1u << 31},
+        {IMB_INT32, 1.0f, 0, 0, 0},       {IMB_FLOAT16, -0.0f, 0, 0, 0},      {IMB_FLOAT16, 0.1f, 0, 0, 0x2e66},
+        {IMB_FLOAT16, 1.0f, 0, 0, 0x3c00}, {IMB_FLOAT16, 65520.0f, 0, 0, 0x7c00}, // rounds past the largest half
+        {IMB_FLOAT32, -0.0f, 0, 0, 0x80000000u}, {IMB_FLOAT32, 0.1f, 0, 0, 0x3dcccccdu}};
+    for (auto [f, v, black, white, want] : cases)
     {
-        IMB_Raster r = numbered(PACK_RGBA, IMB_INT16, 3, h);
-        const IMB_Raster before(r);
-        r.flipVertical();
-        const int64 line = r.getStride();
-        for (int64 y = 0; y < h; ++y)
-            EXPECT_EQ(std::memcmp(r.getPixel(0, y), before.getPixel(0, h - 1 - y), static_cast<std::size_t>(line)), 0);
+        IMB_Raster r(PACK_RGBA, f, 2, 2);
+        const float rgba[4] = {0.0f, v, 0.0f, v};
+        r.clearNormal(rgba, black, white);
+        for (int i = 0; i < 4; ++i)
+        {
+            uint32 got = 0;
+            std::memcpy(&got, r.getPixel(1, 1, i), size_t(bytesOf(f)));
+            EXPECT_EQ(got, i % 2 ? want : black) << IMBdataFormat(f) << " " << v;
+        }
     }
-}
-
-TEST(RasterAccess, FlipOfAPlaneRasterFlipsPlaneZeroOnly)
-{
-    // Kept on purpose: the other planes stay as they were.
-    IMB_Raster r = numbered(PACK_RGB_NI, IMB_INT8, 3, 4);
-    const IMB_Raster before(r);
-    r.flipVertical();
-    for (int64 y = 0; y < 4; ++y)
-    {
-        EXPECT_EQ(std::memcmp(r.getPixel(0, y, 0), before.getPixel(0, 3 - y, 0), 3), 0);
-        EXPECT_EQ(std::memcmp(r.getPixel(0, y, 1), before.getPixel(0, y, 1), 3), 0);
-        EXPECT_EQ(std::memcmp(r.getPixel(0, y, 2), before.getPixel(0, y, 2), 3), 0);
-    }
-}
-
-// ---------------------------------------------------------------- clear
-
-TEST(RasterAccess, ClearRepeatsThePixelOfTheInterleavedPacking)
-{
-    const std::pair<IMB_Packing, int> cases[] = {{PACK_DUAL, 3}, {PACK_RGB, 3}, {PACK_RGBA, 4}, {PACK_UV, 2}};
-    for (auto [p, k] : cases)
-    {
-        IMB_Raster r(p, IMB_INT16, 3, 2);
-        const uint16 pixel[4] = {11, 22, 33, 44};
-        r.clear(pixel);
-        const auto *v = static_cast<const uint16 *>(r.getPixels());
-        for (int64 i = 0; i < r.getSize() / 2; ++i)
-            ASSERT_EQ(v[i], pixel[i % k]) << IMBpacking(p) << " " << i;
-    }
-}
-
-TEST(RasterAccess, ClearOfPlanesKeepsTheFirstSampleOfPlaneZero)
-{
-    // Kept on purpose for every format but float32.
-    IMB_Raster r(PACK_SINGLE, IMB_INT8, 3, 3);
-    std::memset(r.getPixels(), 0x55, 9);
-    const uint8 seven = 7;
-    r.clear(&seven);
-    EXPECT_EQ(*static_cast<const uint8 *>(r.getPixel(0, 0)), 0x55);
-    for (int64 i = 1; i < 9; ++i)
-        EXPECT_EQ(static_cast<const uint8 *>(r.getPixels())[i], 7);
-
-    for (IMB_DataFormat f : theAllFormats)
-    {
-        IMB_Raster planes(PACK_RGBA_NI, f, 4, 3);
-        std::memset(planes.getPixels(), 0x55, static_cast<std::size_t>(planes.getSize()));
-        const uint32 pixel[4] = {0x01010101u, 0x02020202u, 0x03030303u, 0x04040404u};
-        std::vector<unsigned char> stored(16);
-        for (int c = 0; c < 4; ++c)
-            std::memcpy(stored.data() + c * bytesOf(f), &pixel[c], static_cast<std::size_t>(bytesOf(f)));
-        planes.clear(stored.data());
-        for (int64 k = 0; k < 4; ++k)
-            for (int64 y = 0; y < 3; ++y)
-                for (int64 x = 0; x < 4; ++x)
-                {
-                    const auto *s = static_cast<const unsigned char *>(planes.getPixel(x, y, k));
-                    const bool kept = k == 0 && x == 0 && y == 0 && f != IMB_FLOAT32;
-                    for (int64 i = 0; i < bytesOf(f); ++i)
-                        ASSERT_EQ(s[i], kept ? 0x55 : k + 1) << IMBdataFormat(f) << " " << k << " " << x << "," << y;
-                }
-    }
-}
-
-TEST(RasterAccess, ClearWithoutMemoryDoesNothing)
-{
-    IMB_Raster r(PACK_RGB, IMB_INT8, 4, 4, 0, 0);
-    const uint8 px[4] = {1, 2, 3, 4};
-    r.clear(px);
-    r.clear(nullptr);
-    const float rgba[4] = {1, 1, 1, 1};
-    r.clearNormal(rgba);
-    r.flipVertical();
-    EXPECT_EQ(r.isValid(), 0);
-}
-
-TEST(RasterAccess, ClearNormalScalesIntegersIntoTheGivenRange)
-{
-    const float rgba[4] = {0.5f, 1.0f, 0.0f, 0.999f};
-    IMB_Raster r8(PACK_RGBA, IMB_INT8, 2, 2);
-    r8.clearNormal(rgba);
-    const auto *p8 = static_cast<const uint8 *>(r8.getPixel(1, 1));
-    EXPECT_EQ(p8[0], 127);
-    EXPECT_EQ(p8[1], 255);
-    EXPECT_EQ(p8[2], 0);
-    EXPECT_EQ(p8[3], 254);
-
-    r8.clearNormal(rgba, 16, 235);
-    EXPECT_EQ(p8[0], 16 + 109);
-    EXPECT_EQ(p8[1], 235);
-    EXPECT_EQ(p8[2], 16);
-
-    IMB_Raster r16(PACK_RGB, IMB_INT16, 2, 2);
-    r16.clearNormal(rgba);
-    const auto *p16 = static_cast<const uint16 *>(r16.getPixel(0, 1));
-    EXPECT_EQ(p16[0], 32767);
-    EXPECT_EQ(p16[1], 65535);
-
-    // The product is formed in single precision: float(2^32 - 1) is 2^32, so
-    // 1.0 wraps to 0 and 0.5 gives 2^31.
-    IMB_Raster r32(PACK_RGBA, IMB_INT32, 2, 2);
-    r32.clearNormal(rgba);
-    const auto *p32 = static_cast<const uint32 *>(r32.getPixel(1, 0));
-    EXPECT_EQ(p32[0], 2147483648u);
-    EXPECT_EQ(p32[1], 0u);
-}
-
-TEST(RasterAccess, ClearNormalConvertsFloatsForTheFloatFormats)
-{
-    const float rgba[4] = {-0.0f, 0.1f, 65520.0f, 1.0f};
-    IMB_Raster h(PACK_RGBA, IMB_FLOAT16, 2, 1);
-    h.clearNormal(rgba);
-    const auto *ph = static_cast<const uint16 *>(h.getPixel(1, 0));
-    EXPECT_EQ(ph[0], 0);      // either zero stores plain 0
-    EXPECT_EQ(ph[1], 0x2e66); // 0.1 rounded half up
-    EXPECT_EQ(ph[2], 0x7c00); // rounds past the largest half
-    EXPECT_EQ(ph[3], 0x3c00);
-
-    IMB_Raster f(PACK_RGB, IMB_FLOAT32, 2, 1);
-    f.clearNormal(rgba);
-    const auto *pf = static_cast<const float *>(f.getPixel(1, 0));
-    EXPECT_TRUE(std::signbit(pf[0]));
-    EXPECT_EQ(pf[1], 0.1f);
-    EXPECT_EQ(pf[2], 65520.0f);
 }

@@ -1,164 +1,86 @@
 // Format, packing and colour-space tables and names; processor probes.
-#include <IMB/IMB.h>
 #include <IMB/platform/BAS_Processor.h>
-
-#include <gtest/gtest.h>
+#include "RasterTestUtil.h"
 
 #include <atomic>
-#include <cstring>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace
 {
 // What the probes say before anything in this process has asked for the
 // processor: taken during static initialisation, before any test runs.
-struct ProbesAtStartup
-{
-    bool mmx = IMBcpuHasMMX();
-    bool xmmx = IMBcpuHasXMMX();
-    int sse = IMBcpuHasSSE();
-    bool cmov = IMBcpuHasCondMov();
-};
-const ProbesAtStartup theProbesAtStartup;
+const bool theProbesAtStartup = IMBcpuHasMMX() || IMBcpuHasXMMX() || IMBcpuHasSSE() || IMBcpuHasCondMov();
 } // namespace
 
-TEST(RasterFormats, TablesGiveBytesAndWhitePerFormat)
-{
-    const int32 depth[6] = {1, 2, 4, 4, 2, 0};
-    const uint32 white[6] = {255u, 65535u, 4294967295u, 1u, 1u, 0u};
-    for (int f = 0; f < 6; ++f)
-    {
-        EXPECT_EQ(imbDefinesDepth[f], depth[f]) << f;
-        EXPECT_EQ(imbDefinesWhite[f], white[f]) << f;
-    }
-    EXPECT_EQ(imbDefinesDepth[IMB_FLOAT16], 2);
-}
-
-TEST(RasterFormats, TablesGiveChannelsAndComponentsPerPacking)
+TEST(RasterFormats, TablesAndNamesFollowTheNumberingOfFormatsAndPackings)
 {
     // Kept on purpose: PACK_DUAL stores three components.
-    const int32 comp[8] = {1, 3, 2, 3, 4, 3, 4, 2};
-    const int32 step[8] = {1, 3, 1, 3, 4, 1, 1, 2};
-    for (int p = 0; p < 8; ++p)
+    const int32 depth[6] = {1, 2, 4, 4, 2, 0}, comp[8] = {1, 3, 2, 3, 4, 3, 4, 2}, step[8] = {1, 3, 1, 3, 4, 1, 1, 2};
+    const uint32 white[6] = {255u, 65535u, 4294967295u, 1u, 1u, 0u};
+    const char *formats[] = {"int8", "int16", "int32", "float32", "float16", "undefined"};
+    const char *packings[] = {"single", "dual", "dual_ni", "rgb", "rgba", "rgb_ni", "rgba_ni", "uv", "unknown"};
+    for (int f = 0; f < 6; ++f)
     {
-        EXPECT_EQ(imbDefinesPComp[p], comp[p]) << p;
-        EXPECT_EQ(imbDefinesPDepth[p], step[p]) << p;
+        EXPECT_EQ(std::make_pair(imbDefinesDepth[f], imbDefinesWhite[f]), std::make_pair(depth[f], white[f])) << f;
+        EXPECT_STREQ(IMBdataFormat(static_cast<IMB_DataFormat>(f)), formats[f]);
     }
-}
-
-TEST(RasterFormats, EnumeratorsKeepTheirNumbers)
-{
-    EXPECT_EQ(static_cast<int>(IMB_MAX_DATA_FORMAT), 5);
-    EXPECT_EQ(static_cast<int>(PACK_UV), 7);
-    EXPECT_EQ(static_cast<int>(PACK_UNKNOWN), 255);
-    EXPECT_EQ(static_cast<int>(IMB_CS_OCIO), 6);
-    EXPECT_EQ(sizeof(IMB_DataFormat), 4u);
-    EXPECT_EQ(sizeof(IMB_Packing), 4u);
-    EXPECT_EQ(sizeof(IMB_ColorSpace), 4u);
-}
-
-TEST(RasterFormats, DataFormatNamesAndUndefinedOutsideTheRange)
-{
-    const char *names[] = {"int8", "int16", "int32", "float32", "float16"};
-    for (int f = 0; f < 5; ++f)
-        EXPECT_STREQ(IMBdataFormat(static_cast<IMB_DataFormat>(f)), names[f]);
-    EXPECT_STREQ(IMBdataFormat(IMB_MAX_DATA_FORMAT), "undefined");
-    EXPECT_STREQ(IMBdataFormat(static_cast<IMB_DataFormat>(-1)), "undefined");
-    EXPECT_STREQ(IMBdataFormat(static_cast<IMB_DataFormat>(1000)), "undefined");
-}
-
-TEST(RasterFormats, PackingNamesAndUnknownOutsideTheRange)
-{
-    const char *names[] = {"single", "dual", "dual_ni", "rgb", "rgba", "rgb_ni", "rgba_ni", "uv"};
-    for (int p = 0; p < 8; ++p)
-        EXPECT_STREQ(IMBpacking(static_cast<IMB_Packing>(p)), names[p]);
-    EXPECT_STREQ(IMBpacking(PACK_UNKNOWN), "unknown");
-    EXPECT_STREQ(IMBpacking(static_cast<IMB_Packing>(8)), "unknown");
-    EXPECT_STREQ(IMBpacking(static_cast<IMB_Packing>(-1)), "unknown");
-}
-
-TEST(RasterFormats, ColorSpaceNamesMatchCaseInsensitivelyAndWhole)
-{
-    EXPECT_EQ(IMBgetColorSpace("linear"), IMB_CS_LINEAR);
-    EXPECT_EQ(IMBgetColorSpace("LiNeAr"), IMB_CS_LINEAR);
-    EXPECT_EQ(IMBgetColorSpace("gamma2.2"), IMB_CS_GAMMA2_2);
-    EXPECT_EQ(IMBgetColorSpace("GammaCorrected2.2"), IMB_CS_GAMMA2_2);
-    EXPECT_EQ(IMBgetColorSpace("gamma"), IMB_CS_CUSTOM_GAMMA);
-    EXPECT_EQ(IMBgetColorSpace("srgb"), IMB_CS_SRGB);
-    EXPECT_EQ(IMBgetColorSpace("SRGB"), IMB_CS_SRGB);
-    EXPECT_EQ(IMBgetColorSpace("rec709"), IMB_CS_REC709);
-    EXPECT_EQ(IMBgetColorSpace("OpenColorIO"), IMB_CS_OCIO);
-
-    EXPECT_EQ(IMBgetColorSpace("srgb "), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace(" srgb"), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace("gamma2"), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace("gamma2.22"), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace("lin"), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace("unknown"), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace(""), IMB_CS_UNKNOWN);
-    EXPECT_EQ(IMBgetColorSpace(nullptr), IMB_CS_UNKNOWN);
-    // Only ASCII letters fold: a byte above 127 is not a letter.
-    EXPECT_EQ(IMBgetColorSpace("srg\xc2\xa0"), IMB_CS_UNKNOWN);
-}
-
-TEST(RasterFormats, ColorSpaceNamesRoundTripExceptTheLongGammaAlias)
-{
-    const char *names[] = {"unknown", "linear", "gamma2.2", "gamma", "srgb", "rec709", "opencolorio"};
-    for (int c = 0; c <= 6; ++c)
+    for (int p = 0; p < 9; ++p)
     {
-        IMB_ColorSpace cs = static_cast<IMB_ColorSpace>(c);
-        EXPECT_STREQ(IMBgetColorSpaceName(cs), names[c]);
-        EXPECT_EQ(IMBgetColorSpace(IMBgetColorSpaceName(cs)), cs);
+        EXPECT_STREQ(IMBpacking(static_cast<IMB_Packing>(p)), packings[p]);
+        if (p < 8)
+            EXPECT_EQ(std::make_pair(imbDefinesPComp[p], imbDefinesPDepth[p]), std::make_pair(comp[p], step[p])) << p;
     }
-    EXPECT_STREQ(IMBgetColorSpaceName(IMBgetColorSpace("gammacorrected2.2")), "gamma2.2");
-    EXPECT_STREQ(IMBgetColorSpaceName(static_cast<IMB_ColorSpace>(7)), "unknown");
-    EXPECT_STREQ(IMBgetColorSpaceName(static_cast<IMB_ColorSpace>(-1)), "unknown");
+    for (int outside : {-1, 255, 1000})
+        EXPECT_EQ(std::string(IMBdataFormat(IMB_DataFormat(outside))) + IMBpacking(IMB_Packing(outside)),
+                  "undefinedunknown");
+    // The numbers and sizes are part of the interface.
+    EXPECT_EQ(std::make_tuple(int(IMB_MAX_DATA_FORMAT), int(PACK_UV), int(PACK_UNKNOWN), int(IMB_CS_OCIO)),
+              std::make_tuple(5, 7, 255, 6));
+    EXPECT_EQ(sizeof(IMB_DataFormat) + sizeof(IMB_Packing) + sizeof(IMB_ColorSpace), 12u);
+}
+
+TEST(RasterFormats, ColorSpaceNamesMatchCaseInsensitivelyAndWholeAndRoundTrip)
+{
+    const std::pair<const char *, IMB_ColorSpace> cases[] = {
+        {"linear", IMB_CS_LINEAR},   {"LiNeAr", IMB_CS_LINEAR},   {"gamma2.2", IMB_CS_GAMMA2_2},
+        {"GammaCorrected2.2", IMB_CS_GAMMA2_2},                   {"gamma", IMB_CS_CUSTOM_GAMMA},
+        {"srgb", IMB_CS_SRGB},       {"SRGB", IMB_CS_SRGB},       {"rec709", IMB_CS_REC709},
+        {"OpenColorIO", IMB_CS_OCIO}, {"srgb ", IMB_CS_UNKNOWN},  {" srgb", IMB_CS_UNKNOWN},
+        {"gamma2", IMB_CS_UNKNOWN},  {"gamma2.22", IMB_CS_UNKNOWN}, {"lin", IMB_CS_UNKNOWN},
+        {"unknown", IMB_CS_UNKNOWN}, {"", IMB_CS_UNKNOWN},        {nullptr, IMB_CS_UNKNOWN},
+        {"srg\xc2\xa0", IMB_CS_UNKNOWN}}; // only ASCII letters fold
+    for (auto [name, cs] : cases)
+        EXPECT_EQ(IMBgetColorSpace(name), cs) << (name ? name : "null");
+    const char *names[] = {"unknown", "linear", "gamma2.2", "gamma", "srgb", "rec709", "opencolorio", "unknown"};
+    for (int c = -1; c <= 7; ++c)
+    {
+        EXPECT_STREQ(IMBgetColorSpaceName(static_cast<IMB_ColorSpace>(c)), names[c < 0 ? 0 : c]);
+        if (c >= 0 && c < 7)
+            EXPECT_EQ(IMBgetColorSpace(names[c]), c);
+    }
 }
 
 // ---------------------------------------------------------------- processor
 
-TEST(RasterFormats, ProbesReportNothingBeforeTheProcessorIsDetermined)
+TEST(RasterFormats, ProbesReportNothingBeforeTheProcessorIsDeterminedThenTheFeatureWord)
 {
-    EXPECT_FALSE(theProbesAtStartup.mmx);
-    EXPECT_FALSE(theProbesAtStartup.xmmx);
-    EXPECT_EQ(theProbesAtStartup.sse, 0);
-    EXPECT_FALSE(theProbesAtStartup.cmov);
-}
-
-TEST(RasterFormats, ProbesFollowTheFeatureWordOnceDetermined)
-{
+    EXPECT_FALSE(theProbesAtStartup);
     IMBdetermineProcCaps();
     int type = -1, features = -1;
     BASgetProcessor(type, features);
-    EXPECT_EQ(IMBcpuHasMMX(), (features & 1) != 0);
-    EXPECT_EQ(IMBcpuHasXMMX(), (features & 2) != 0);
-    EXPECT_EQ(IMBcpuHasCondMov(), (features & 0x10) != 0);
-    // The SSE probe is the masked feature bits themselves, not a boolean.
-    EXPECT_EQ(IMBcpuHasSSE(), features & 0x84);
-}
-
+    // The SSE probe gives the masked bits themselves, not a boolean.
+    EXPECT_EQ(std::make_tuple(IMBcpuHasMMX(), IMBcpuHasXMMX(), IMBcpuHasCondMov(), IMBcpuHasSSE()),
+              std::make_tuple((features & 1) != 0, (features & 2) != 0, (features & 0x10) != 0, features & 0x84));
 #if defined(__x86_64__) || defined(__i386__)
-TEST(RasterFormats, ProcessorFeaturesAgreeWithTheCompilersOwnQuery)
-{
-    int type = 0, features = 0;
-    BASgetProcessor(type, features);
     __builtin_cpu_init();
     EXPECT_NE(type, 0);
     EXPECT_EQ((features & 0x01) != 0, __builtin_cpu_supports("mmx") != 0);
     EXPECT_EQ((features & 0x04) != 0, __builtin_cpu_supports("sse") != 0);
     EXPECT_EQ((features & 0x10) != 0, __builtin_cpu_supports("cmov") != 0);
     EXPECT_EQ((features & 0x80) != 0, __builtin_cpu_supports("sse2") != 0);
-    // Undocumented bits stay clear.
-    EXPECT_EQ(features & ~0x9f, 0);
-#if defined(__x86_64__)
-    // Every x86-64 processor has SSE2, so the SSE probe reads 0x84.
-    IMBdetermineProcCaps();
-    EXPECT_EQ(IMBcpuHasSSE(), 0x84);
+    EXPECT_EQ(features & ~0x9f, 0); // undocumented bits stay clear
 #endif
 }
-#endif
 
 TEST(RasterFormats, ProbingFromManyThreadsAgreesWithOneProbe)
 {
@@ -171,8 +93,7 @@ TEST(RasterFormats, ProbingFromManyThreadsAgreesWithOneProbe)
                 IMBdetermineProcCaps();
                 int type = 0, features = 0;
                 BASgetProcessor(type, features);
-                if (IMBcpuHasSSE() != (features & 0x84) || IMBcpuHasMMX() != ((features & 1) != 0))
-                    ++disagreements;
+                disagreements += IMBcpuHasSSE() != (features & 0x84) || IMBcpuHasMMX() != ((features & 1) != 0);
             }
         });
     for (auto &t : threads)

@@ -1,16 +1,9 @@
 // Raster image operations: value range, reduction to 8 bits (against
 // IMB_Fill, and dithered gradients), edge streaking, and direct-table
 // application (against IMB_Lookup::applyLUT).
-#include <IMB/IMB.h>
 #include "RasterTestUtil.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <random>
-#include <vector>
+#include <array>
 
 using namespace rastertest;
 
@@ -18,47 +11,20 @@ namespace
 {
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-// Random stored components, with NaN, infinities and both zeros among the
-// float ones.
-void fillRandom(IMB_Raster &r, unsigned seed, float lo = -0.5f, float hi = 1.5f)
-{
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> d(lo, hi);
-    auto *p = static_cast<unsigned char *>(r.getPixels());
-    const int64 bytes = bytesOf(r.getFormat()), n = r.getSize() / bytes;
-    const float specials[] = {kNaN, -0.0f, 0.0f, HUGE_VALF, -HUGE_VALF};
-    for (int64 i = 0; i < n; ++i)
-    {
-        const float f = rng() % 16 == 0 ? specials[rng() % 5] : d(rng);
-        const uint32 u = uint32(rng());
-        if (r.getFormat() == IMB_FLOAT32)
-            std::memcpy(p + 4 * i, &f, 4);
-        else if (r.getFormat() == IMB_FLOAT16)
-        {
-            const uint16 h = half16(f).bits();
-            std::memcpy(p + 2 * i, &h, 2);
-        }
-        else
-            std::memcpy(p + bytes * i, &u, size_t(bytes));
-    }
-}
-
-class RasterImageOpsShape : public ::testing::TestWithParam<std::tuple<IMB_Packing, IMB_DataFormat>>
-{
-};
+RASTER_SHAPE_SUITE(RasterImageOpsShape);
 
 // getRange against getPixelValue over the window, NaN skipped.
 TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
 {
     const auto [packing, format] = GetParam();
     IMB_Raster r(packing, format, 67, 9);
-    fillRandom(r, 7);
+    fillInteresting(r, 7);
     const int n = valuesOf(packing);
-    for (const BAS_Rect<BAS_DimRectImpl> window : {BAS_Rect<BAS_DimRectImpl>(), BAS_Rect<BAS_DimRectImpl>(3, 2, 60, 5),
-                                                   BAS_Rect<BAS_DimRectImpl>(-4, 5, 40, 90)})
+    float mn[4], mx[4];
+    for (const BAS_DimRect window : {BAS_DimRect(), BAS_DimRect(3, 2, 60, 5), BAS_DimRect(-4, 5, 40, 90)})
     {
         r.setDataWindow(window);
-        float lo[4] = {HUGE_VALF, HUGE_VALF, HUGE_VALF, HUGE_VALF}, hi[4] = {-HUGE_VALF, -HUGE_VALF, -HUGE_VALF, -HUGE_VALF};
+        float lo[4] = {HUGE_VALF, HUGE_VALF, HUGE_VALF, HUGE_VALF}, hi[4] = {-lo[0], -lo[0], -lo[0], -lo[0]};
         const bool whole = window.w() == 0;
         for (int64 y = whole ? 0 : std::max(0, window.y()); y < (whole ? 9 : std::min(9, window.y2() + 1)); ++y)
             for (int64 x = whole ? 0 : std::max(0, window.x()); x < (whole ? 67 : std::min(67, window.x2() + 1)); ++x)
@@ -72,18 +38,15 @@ TEST_P(RasterImageOpsShape, RangeIsTheExtremeOfTheReadValuesInsideTheDataWindow)
                         hi[c] = std::max(hi[c], v[c]);
                     }
             }
-        float mn[4], mx[4];
         ASSERT_TRUE(r.getRange(mn, mx));
         for (int c = 0; c < 4; ++c)
         {
-            SCOPED_TRACE(c);
-            EXPECT_EQ(mn[c], c < n ? lo[c] : 0.0f);
-            EXPECT_EQ(mx[c], c < n ? hi[c] : 0.0f);
-            EXPECT_FALSE(std::signbit(mn[c]) && mn[c] == 0.0f);
+            EXPECT_EQ(mn[c], c < n ? lo[c] : 0.0f) << c;
+            EXPECT_EQ(mx[c], c < n ? hi[c] : 0.0f) << c;
+            EXPECT_FALSE(std::signbit(mn[c]) && mn[c] == 0.0f); // a zero extreme is +0
         }
     }
-    r.setDataWindow(BAS_Rect<BAS_DimRectImpl>(70, 0, 5, 5));
-    float mn[4], mx[4];
+    r.setDataWindow(BAS_DimRect(70, 0, 5, 5));
     EXPECT_FALSE(r.getRange(mn, mx));
 }
 
@@ -92,14 +55,21 @@ TEST_P(RasterImageOpsShape, Convert8BitWithoutDitherIsWhatFillGives)
 {
     const auto [packing, format] = GetParam();
     IMB_Raster r(packing, format, 33, 5);
-    fillRandom(r, 11);
+    fillInteresting(r, 11);
+    r.setDataWindow(BAS_DimRect(1, 2, 3, 4));
+    r.setColorSpace(IMB_CS_CUSTOM_GAMMA, 1.7);
+    r.setBWPoints(0.25f, 0.5f);
     const bool integer = format == IMB_INT8 || format == IMB_INT16 || format == IMB_INT32;
     const float black = integer ? float(imbDefinesWhite[format] / 16) : 0.0f;
     const float white = integer ? float(imbDefinesWhite[format] / 16 * 15) : 1.0f;
     IMB_Raster out;
     ASSERT_TRUE(r.convert8Bit(out, black, white, 2.2f));
-    ASSERT_EQ(out.getFormat(), IMB_INT8);
-    ASSERT_EQ(out.getPacking(), packing);
+    float b, w;
+    out.getBWPoints(b, w); // the shape, window and tag carry over; the points are 0 and 1
+    ASSERT_EQ(std::make_tuple(out.getFormat(), out.getPacking(), out.getXres(), out.getYres()),
+              std::make_tuple(IMB_INT8, packing, int64(33), int64(5)));
+    EXPECT_EQ(std::make_tuple(out.getDataWindow(), out.getColorSpace(), out.getColorSpaceGamma(), b, w),
+              std::make_tuple(BAS_DimRect(1, 2, 3, 4), IMB_CS_CUSTOM_GAMMA, 1.7, 0.0f, 1.0f));
     const int64 planes = planesOf(packing), step = stepOf(packing), bytes = bytesOf(format);
     for (int64 c = 0; c < planes * step; ++c)
     {
@@ -132,37 +102,28 @@ TEST_P(RasterImageOpsShape, StreakEdgesRepeatsTheAreasEdgePixelsOutwards)
     const auto [packing, format] = GetParam();
     IMB_Raster r = numbered(packing, format, 10, 8);
     const IMB_Raster before(r);
-    ASSERT_TRUE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(3, -2, 4, 5))); // rows 0-2 after clipping
-    const int64 pixel = bytesOf(format) * stepOf(packing);
+    ASSERT_TRUE(r.streakEdges(BAS_DimRect(3, -2, 4, 5))); // rows 0-2 after clipping
+    const auto pixel = size_t(bytesOf(format) * stepOf(packing));
     for (int64 k = 0; k < planesOf(packing); ++k)
         for (int64 y = 0; y < 8; ++y)
             for (int64 x = 0; x < 10; ++x)
-                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), before.getPixel(std::clamp<int64>(x, 3, 6), std::min<int64>(y, 2), k),
-                                      size_t(pixel)),
-                          0)
-                    << x << "," << y << " plane " << k;
-    EXPECT_FALSE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(10, 0, 4, 4)));
-    EXPECT_FALSE(r.streakEdges(BAS_Rect<BAS_DimRectImpl>(2, 2, 0, 4)));
+            {
+                const void *want = before.getPixel(std::clamp<int64>(x, 3, 6), std::min<int64>(y, 2), k);
+                ASSERT_EQ(std::memcmp(r.getPixel(x, y, k), want, pixel), 0) << x << "," << y << " plane " << k;
+            }
+    EXPECT_FALSE(r.streakEdges(BAS_DimRect(10, 0, 4, 4)) || r.streakEdges(BAS_DimRect(2, 2, 0, 4)));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllShapes, RasterImageOpsShape, RASTER_ALL_SHAPES, shapeName);
-
-TEST(RasterImageOps, RangeOfAllNaNIsNaNAndNoMemoryGivesFalse)
+TEST(RasterImageOps, RangeOfAllNaNIsNaNAndAZeroExtremeIsPositive)
 {
     IMB_Raster r(PACK_UV, IMB_FLOAT32, 20, 3);
-    float *p = static_cast<float *>(r.getPixels());
     for (int i = 0; i < 60; ++i)
-    {
-        p[2 * i] = kNaN;
-        p[2 * i + 1] = i == 17 ? -0.0f : 1.0f;
-    }
+        std::memcpy(r.getPixel(i % 20, i / 20), std::array<float, 2>{kNaN, i == 17 ? -0.0f : 1.0f}.data(), 8);
     float mn[4], mx[4];
     ASSERT_TRUE(r.getRange(mn, mx));
     EXPECT_TRUE(std::isnan(mn[0]) && std::isnan(mx[0]));
-    EXPECT_EQ(mn[1], 0.0f);
-    EXPECT_FALSE(std::signbit(mn[1]));
+    EXPECT_EQ(bitsAs<uint32>(mn[1]), 0u);
     EXPECT_EQ(mx[1], 1.0f);
-    EXPECT_FALSE(IMB_Raster().getRange(mn, mx));
 }
 
 TEST(RasterImageOps, Convert8BitRescalesCustomFloatRangesAndRefusesItself)
@@ -183,74 +144,57 @@ TEST(RasterImageOps, Convert8BitRescalesCustomFloatRangesAndRefusesItself)
     EXPECT_FALSE(r.convert8Bit(out, 0, 0, 1, IMB_Dither(9)));
 }
 
-// A float ramp over two codes per column, 16 rows.
-IMB_Raster ramp(int width)
-{
-    IMB_Raster r(PACK_SINGLE, IMB_FLOAT32, width, 16);
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < width; ++x)
-            static_cast<float *>(r.getPixel(x, y, 0))[0] = (float(x) + 0.3f) / float(width);
-    return r;
-}
-
 TEST(RasterImageOps, DitheredGradientsStayWithinOneCodeAndKeepTheirMean)
 {
+    // A float ramp over two codes per column, 16 rows, in blocks of 8 columns.
     const int w = 2040;
-    const IMB_Raster src = ramp(w);
+    IMB_Raster src(PACK_SINGLE, IMB_FLOAT32, w, 16);
+    for (int i = 0; i < w * 16; ++i)
+        static_cast<float *>(src.getPixels())[i] = (float(i % w) + 0.3f) / float(w);
     for (IMB_Dither m : {IMB_DITHER_BAYER4, IMB_DITHER_BAYER8, IMB_DITHER_FLOYD_STEINBERG})
     {
-        SCOPED_TRACE(m);
         IMB_Raster out;
         ASSERT_TRUE(src.dither(out, m));
-        // Blocks of 8 columns by 16 rows.
-        for (int bx = 0; bx < w; bx += 8)
+        std::vector<double> error(w / 8, 0.0);
+        for (int i = 0; i < w * 16; ++i)
         {
-            double got = 0, want = 0;
-            for (int y = 0; y < 16; ++y)
-                for (int x = bx; x < bx + 8; ++x)
-                {
-                    const double ideal = 255.0 * ((double(x) + 0.3) / w);
-                    const int v = static_cast<const uint8 *>(out.getPixel(x, y, 0))[0];
-                    ASSERT_LE(std::fabs(v - ideal), 1.0) << x << "," << y;
-                    got += v;
-                    want += ideal;
-                }
-            ASSERT_LE(std::fabs(got - want) / 128.0, 0.5) << "block at " << bx;
+            const double miss = static_cast<const uint8 *>(out.getPixels())[i] - 255.0 * ((i % w + 0.3) / w);
+            ASSERT_LE(std::fabs(miss), 1.0) << m << " at " << i;
+            error[i % w / 8] += miss;
         }
+        for (int bx = 0; bx < w / 8; ++bx)
+            ASSERT_LE(std::fabs(error[bx]) / 128.0, 0.5) << m << " block at " << bx * 8;
     }
 }
 
-TEST(RasterImageOps, OrderedDitherTilesUseEveryThresholdOnce)
+// The codes dither() gives for a flat float field at `code` / 255.
+std::vector<unsigned char> ditherFlat(IMB_Dither m, int w, int h, float code)
+{
+    IMB_Raster flat(PACK_SINGLE, IMB_FLOAT32, w, h), out;
+    for (int i = 0; i < w * h; ++i)
+        static_cast<float *>(flat.getPixels())[i] = code / 255.0f;
+    EXPECT_TRUE(flat.dither(out, m));
+    return bytesOfRaster(out);
+}
+
+TEST(RasterImageOps, OrderedDitherTilesUseEveryThresholdOnceAndDiffusionKeepsTheLevel)
 {
     // A flat field k/n^2 of a code above 100: exactly k pixels of each
-    // n x n tile round up.
+    // n x n tile round up, the Bayer entry n^2 - 1 at (0, n - 1) first and the
+    // entry 0 at (0, 0) last.
     for (const auto &[m, n] : {std::pair{IMB_DITHER_BAYER4, 4}, std::pair{IMB_DITHER_BAYER8, 8}})
-        for (int k = 0; k <= n * n; k += 3)
+        for (int k = 0; k < n * n; k += 3)
         {
-            IMB_Raster flat(PACK_SINGLE, IMB_FLOAT32, n, n);
-            const float level = (100.0f + float(k) / float(n * n) - 0.5f / float(n * n)) / 255.0f;
-            for (int i = 0; i < n * n; ++i)
-                static_cast<float *>(flat.getPixels())[i] = level;
-            IMB_Raster out;
-            ASSERT_TRUE(flat.dither(out, m));
-            int up = 0;
-            for (int i = 0; i < n * n; ++i)
-                up += static_cast<const uint8 *>(out.getPixels())[i] - 100;
-            EXPECT_EQ(up, k) << "n " << n;
+            const auto v = ditherFlat(m, n, n, 100.0f + float(k) / float(n * n) - 0.5f / float(n * n));
+            EXPECT_EQ(std::accumulate(v.begin(), v.end(), 0) - 100 * n * n, k) << "n " << n;
+            EXPECT_EQ(std::make_pair(int(v[0]), int(v[size_t((n - 1) * n)])), std::make_pair(100, 100 + (k > 0)));
         }
     // Error diffusion loses only what leaves the image: a flat 64 x 64 field
     // keeps its level to a few hundredths of a code.
     for (float level : {100.3f, 17.5f, 200.9f})
     {
-        IMB_Raster flat(PACK_SINGLE, IMB_FLOAT32, 64, 64);
-        for (int i = 0; i < 64 * 64; ++i)
-            static_cast<float *>(flat.getPixels())[i] = level / 255.0f;
-        IMB_Raster out;
-        ASSERT_TRUE(flat.dither(out, IMB_DITHER_FLOYD_STEINBERG));
-        double sum = 0;
-        for (int i = 0; i < 64 * 64; ++i)
-            sum += static_cast<const uint8 *>(out.getPixels())[i];
-        EXPECT_NEAR(sum / (64 * 64), level, 0.03);
+        const auto v = ditherFlat(IMB_DITHER_FLOYD_STEINBERG, 64, 64, level);
+        EXPECT_NEAR(std::accumulate(v.begin(), v.end(), 0) / 4096.0, level, 0.03);
     }
     // 8-bit sources have nothing to dither.
     IMB_Raster eight = numbered(PACK_RGB, IMB_INT8, 9, 4), out;
@@ -277,13 +221,10 @@ void applyByMaps(IMB_Raster &r, const IMB_Lookup &lut, float gamma, float black,
             for (int c = 0; c < channels; ++c)
             {
                 void *p = r.getPixel(x, y, c);
-                if (filled & (1 << c))
-                {
-                    if (eight)
-                        *static_cast<uint8 *>(p) = static_cast<const uint8 *>(maps[c])[*static_cast<uint8 *>(p)];
-                    else
-                        *static_cast<uint16 *>(p) = static_cast<const uint16 *>(maps[c])[*static_cast<uint16 *>(p)];
-                }
+                if ((filled & (1 << c)) && eight)
+                    *static_cast<uint8 *>(p) = static_cast<const uint8 *>(maps[c])[*static_cast<uint8 *>(p)];
+                else if (filled & (1 << c))
+                    *static_cast<uint16 *>(p) = static_cast<const uint16 *>(maps[c])[*static_cast<uint16 *>(p)];
             }
     const int only = channel < 0 ? -1 : std::min(channel, 3);
     if (only < 0 || only >= channels)
@@ -313,28 +254,23 @@ TEST(RasterImageOps, DirectTableApplicationLooksEveryComponentUp)
     for (size_t i = 0; i < triples.size(); ++i)
         triples[i] = float((i * 7) % 11) / 10.0f;
     cube.set3DLUT(3, triples.data());
-    struct Case
-    {
-        const IMB_Lookup *lut;
-        float gamma, black, white;
-        int channel;
-    };
-    const Case cases[] = {{&rgba, 1.0f, 0.0f, 1.0f, -1}, {&rgba, 1.8f, 0.1f, 0.9f, -1}, {&red, 1.0f, 0.0f, 1.0f, 0},
-                          {&rgba, 0.7f, 0.0f, 1.0f, 3},  {&cube, 1.0f, 0.0f, 1.0f, -1}};
+    // Table, gamma, black, white and channel.
+    const std::tuple<const IMB_Lookup *, float, float, float, int> cases[] = {
+        {&rgba, 1.0f, 0.0f, 1.0f, -1}, {&rgba, 1.8f, 0.1f, 0.9f, -1}, {&red, 1.0f, 0.0f, 1.0f, 0},
+        {&rgba, 0.7f, 0.0f, 1.0f, 3},  {&cube, 1.0f, 0.0f, 1.0f, -1}};
     for (IMB_DataFormat format : {IMB_INT8, IMB_INT16})
         for (IMB_Packing packing : theAllPackings)
             for (int64 w : {int64(7), int64(401)}) // 7 x 3 odd and small; 401 x 300 threaded
-                for (const Case &k : cases)
+                for (auto [lut, gamma, black, white, channel] : cases)
                 {
                     IMB_Raster mine = numbered(packing, format, w, w == 7 ? 3 : 300, int(w));
                     IMB_Raster theirs(mine), lookups(mine);
-                    mine.applyLUT(*k.lut, k.gamma, k.black, k.white, k.channel);
-                    applyByMaps(theirs, *k.lut, k.gamma, k.black, k.white, k.channel);
-                    k.lut->applyLUT(lookups, k.gamma, k.black, k.white, k.channel);
+                    mine.applyLUT(*lut, gamma, black, white, channel);
+                    applyByMaps(theirs, *lut, gamma, black, white, channel);
+                    lut->applyLUT(lookups, gamma, black, white, channel);
                     ASSERT_EQ(bytesOfRaster(mine), bytesOfRaster(lookups));
                     ASSERT_EQ(bytesOfRaster(mine), bytesOfRaster(theirs))
-                        << IMBpacking(packing) << " " << IMBdataFormat(format) << " " << w << " channel "
-                        << k.channel << " gamma " << k.gamma;
+                        << IMBpacking(packing) << " " << IMBdataFormat(format) << " " << w << " channel " << channel;
                 }
 }
 } // namespace

@@ -4,10 +4,15 @@
 #pragma once
 
 #include <IMB/IMB.h>
+#include <IMB/platform/half16.h>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <numeric>
+#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -59,13 +64,54 @@ inline std::vector<unsigned char> bytesOfRaster(const IMB_Raster &r)
     return std::vector<unsigned char>(b, b + r.getSize());
 }
 
+// The bits of a value as another type of the same size.
+template <class To, class From> To bitsAs(From v)
+{
+    static_assert(sizeof(To) == sizeof(From));
+    To t;
+    std::memcpy(&t, &v, sizeof t);
+    return t;
+}
+
+inline bool sameBytes(const IMB_Raster &a, const IMB_Raster &b) { return bytesOfRaster(a) == bytesOfRaster(b); }
+
+// Fills every component with values that hit the rules' boundaries: for
+// integer formats zero, white and random codes; for float formats 0, 1, in
+// between, above 1, negative, both zeros, NaN and the infinities.
+inline void fillInteresting(IMB_Raster &r, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    auto *p = static_cast<unsigned char *>(r.getPixels());
+    const int64 d = bytesOf(r.getFormat()), n = r.getSize() / d;
+    const float specials[] = {0.0f, 1.0f, 0.5f, 0.25f, 0.999f, 1.5f, -0.25f, std::numeric_limits<float>::quiet_NaN(),
+                              -0.0f, 1e-3f, 2.0f, HUGE_VALF, -HUGE_VALF};
+    for (int64 i = 0; i < n; ++i)
+    {
+        const float f = rng() % 3 == 0 ? specials[rng() % 13] : std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng);
+        const uint32 u = rng() % 4 == 0 ? ((rng() & 1) ? 0xFFFFFFFFu : 0u) : uint32(rng());
+        const uint16 h = half16(f).bits();
+        std::memcpy(p + d * i, r.getFormat() == IMB_FLOAT32 ? static_cast<const void *>(&f)
+                               : r.getFormat() == IMB_FLOAT16 ? static_cast<const void *>(&h)
+                                                              : &u,
+                    size_t(d));
+    }
+}
+
+// Fixture of the tests run over every (packing, format).
+using ShapeTest = ::testing::TestWithParam<std::tuple<IMB_Packing, IMB_DataFormat>>;
+
 // Test-name suffix for a (packing, format) parameter.
-inline std::string shapeName(const ::testing::TestParamInfo<std::tuple<IMB_Packing, IMB_DataFormat>> &info)
+inline std::string shapeName(const ::testing::TestParamInfo<ShapeTest::ParamType> &info)
 {
     return std::string(IMBpacking(std::get<0>(info.param))) + "_" + IMBdataFormat(std::get<1>(info.param));
 }
 } // namespace rastertest
 
-// Every packing crossed with every format.
-#define RASTER_ALL_SHAPES                                                                                              \
-    ::testing::Combine(::testing::ValuesIn(rastertest::theAllPackings), ::testing::ValuesIn(rastertest::theAllFormats))
+// Declares the suite `Name` of tests run over every packing crossed with every
+// format.
+#define RASTER_SHAPE_SUITE(Name)                                                                                       \
+    using Name = rastertest::ShapeTest;                                                                                \
+    INSTANTIATE_TEST_SUITE_P(AllShapes, Name,                                                                          \
+                             ::testing::Combine(::testing::ValuesIn(rastertest::theAllPackings),                       \
+                                                ::testing::ValuesIn(rastertest::theAllFormats)),                       \
+                             rastertest::shapeName)
