@@ -59,7 +59,10 @@ TEST(LookupFromColour, ChannelIndependentTransformsBakeThreeTracksOnTheSourcesGr
         {"same space", [](IMB_Lookup &l) { return l.buildOpenColorIO("srgb_texture", "srgb_tx", nullptr, 0); }, false,
          [](double x) { return double(float(x)); }, 0},
         {"decode",
-         [](IMB_Lookup &l) { return (l = IMB_Lookup(IMB_Lookup::BuildOCIO, "srgb_texture", "lin_rec709", 0)).isValid(); },
+         [](IMB_Lookup &l) {
+             l = IMB_Lookup(IMB_Lookup::BuildOCIO, "srgb_texture", "lin_rec709", 0);
+             return l.isValid();
+         },
          false, srgbDecode, 2e-4},
         {"look", [](IMB_Lookup &l) { return l.buildOpenColorIO("srgb_texture", "lin_rec709", "grade", 0); }, false,
          [](double x) { return 2 * srgbDecode(x); }, 4e-4},
