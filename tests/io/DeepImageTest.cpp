@@ -16,11 +16,12 @@
 #include <Imath/half.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
+#include "io/IoTestSupport.h"
+
 #include <filesystem>
 
 namespace fs = std::filesystem;
+using iotest::Scratch;
 
 namespace
 {
@@ -45,58 +46,60 @@ std::vector<Sample> samplesOf(int x, int y)
     return s;
 }
 
+template <typename T>
+void append(std::vector<char> &bytes, T value)
+{
+    const char *b = reinterpret_cast<const char *>(&value);
+    bytes.insert(bytes.end(), b, b + sizeof value);
+}
+
 // Writes the 5 x 3 image with OpenEXR's own API: A half, R float, id
 // unsigned; ZBack only when `withBack`.
 void writeExr(const std::string &path, bool tiled, bool withBack)
 {
-    const Imath::Box2i dw(Imath::V2i(2, 1), Imath::V2i(6, 3));
-    Imf::Header header(Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(9, 9)), dw);
+    const int w = 5, h = 3;
+    Imf::Header header(Imath::Box2i(Imath::V2i(0, 0), Imath::V2i(9, 9)),
+                       Imath::Box2i(Imath::V2i(2, 1), Imath::V2i(6, 3)));
     header.setType(tiled ? Imf::DEEPTILE : Imf::DEEPSCANLINE);
     header.compression() = tiled ? Imf::RLE_COMPRESSION : Imf::ZIPS_COMPRESSION;
     if (tiled)
         header.setTileDescription(Imf::TileDescription(2, 2));
-    header.channels().insert("Z", Imf::Channel(Imf::FLOAT));
-    if (withBack)
-        header.channels().insert("ZBack", Imf::Channel(Imf::FLOAT));
-    header.channels().insert("A", Imf::Channel(Imf::HALF));
-    header.channels().insert("R", Imf::Channel(Imf::FLOAT));
-    header.channels().insert("id", Imf::Channel(Imf::UINT));
-    const int w = 5, h = 3;
-    std::vector<unsigned> counts(w * h);
-    std::vector<std::vector<float>> z(w * h), zb(w * h), r(w * h);
-    std::vector<std::vector<Imath::half>> a(w * h);
-    std::vector<std::vector<uint32>> id(w * h);
-    std::vector<char *> pz(w * h), pzb(w * h), pa(w * h), pr(w * h), pid(w * h);
-    for (int i = 0; i < w * h; ++i)
+    using Put = void (*)(const Sample &, std::vector<char> &);
+    struct Channel
     {
-        for (const Sample &s : samplesOf(i % w, i / w))
-        {
-            z[i].push_back(s.z);
-            zb[i].push_back(s.zback);
-            a[i].push_back(Imath::half(s.a));
-            r[i].push_back(s.r);
-            id[i].push_back(s.id);
-        }
-        counts[i] = unsigned(z[i].size());
-        pz[i] = reinterpret_cast<char *>(z[i].data());
-        pzb[i] = reinterpret_cast<char *>(zb[i].data());
-        pa[i] = reinterpret_cast<char *>(a[i].data());
-        pr[i] = reinterpret_cast<char *>(r[i].data());
-        pid[i] = reinterpret_cast<char *>(id[i].data());
-    }
-    const ptrdiff_t shift = -2 - 1 * w;
+        const char *name;
+        Imf::PixelType type;
+        Put put;
+        std::vector<std::vector<char>> values = std::vector<std::vector<char>>(15); // per pixel
+        std::vector<char *> pointers = std::vector<char *>(15);
+    };
+    std::vector<Channel> channels{
+        {"Z", Imf::FLOAT, [](const Sample &s, std::vector<char> &b) { append(b, s.z); }},
+        {"ZBack", Imf::FLOAT, [](const Sample &s, std::vector<char> &b) { append(b, s.zback); }},
+        {"A", Imf::HALF, [](const Sample &s, std::vector<char> &b) { append(b, Imath::half(s.a)); }},
+        {"R", Imf::FLOAT, [](const Sample &s, std::vector<char> &b) { append(b, s.r); }},
+        {"id", Imf::UINT, [](const Sample &s, std::vector<char> &b) { append(b, s.id); }}};
+    if (!withBack)
+        channels.erase(channels.begin() + 1);
+    std::vector<unsigned> counts(w * h);
+    const ptrdiff_t shift = -2 - 1 * w; // the buffers start at the data window's origin
     Imf::DeepFrameBuffer fb;
     fb.insertSampleCountSlice(
         Imf::Slice(Imf::UINT, reinterpret_cast<char *>(counts.data() + shift), sizeof(unsigned), sizeof(unsigned) * w));
-    auto slice = [&](std::vector<char *> &p, Imf::PixelType t, size_t bytes) {
-        return Imf::DeepSlice(t, reinterpret_cast<char *>(p.data() + shift), sizeof(char *), sizeof(char *) * w, bytes);
-    };
-    fb.insert("Z", slice(pz, Imf::FLOAT, 4));
-    if (withBack)
-        fb.insert("ZBack", slice(pzb, Imf::FLOAT, 4));
-    fb.insert("A", slice(pa, Imf::HALF, 2));
-    fb.insert("R", slice(pr, Imf::FLOAT, 4));
-    fb.insert("id", slice(pid, Imf::UINT, 4));
+    for (Channel &c : channels)
+    {
+        for (int i = 0; i < w * h; ++i)
+        {
+            const std::vector<Sample> samples = samplesOf(i % w, i / w);
+            counts[i] = unsigned(samples.size());
+            for (const Sample &s : samples)
+                c.put(s, c.values[i]);
+            c.pointers[i] = c.values[i].data();
+        }
+        header.channels().insert(c.name, Imf::Channel(c.type));
+        fb.insert(c.name, Imf::DeepSlice(c.type, reinterpret_cast<char *>(c.pointers.data() + shift), sizeof(char *),
+                                         sizeof(char *) * w, c.type == Imf::HALF ? 2 : 4));
+    }
     if (tiled)
     {
         Imf::DeepTiledOutputFile file(path.c_str(), header);
@@ -110,18 +113,6 @@ void writeExr(const std::string &path, bool tiled, bool withBack)
         file.writePixels(h);
     }
 }
-
-struct Scratch
-{
-    fs::path dir;
-    Scratch()
-    {
-        char name[] = "/tmp/imb_deep_XXXXXX";
-        dir = ::mkdtemp(name);
-    }
-    ~Scratch() { fs::remove_all(dir); }
-    std::string operator/(const char *file) const { return (dir / file).string(); }
-};
 
 void expectFileSamples(const IMB_DeepImage &im, bool withBack)
 {
