@@ -66,9 +66,7 @@ TEST(ColourConfig, WithoutOcioEveryQueryGivesItsEmptyAnswer)
     EXPECT_TRUE(IMB_OCIO::imbImageColorSpace(IMB_CS_OCIO, "x").isEmpty());
 }
 
-class ColourConfigLoadError : public testing::TestWithParam<std::pair<const char *, const char *>>
-{
-};
+using ColourConfigLoadError = testing::TestWithParam<std::pair<const char *, const char *>>;
 
 TEST_P(ColourConfigLoadError, IsReportedOnceAndTheLibraryRunsWithoutConfiguration)
 {
@@ -97,9 +95,7 @@ struct Verbosity
     bool toStderr, toLog;
 };
 
-class ColourConfigVerbosity : public testing::TestWithParam<Verbosity>
-{
-};
+using ColourConfigVerbosity = testing::TestWithParam<Verbosity>;
 
 TEST_P(ColourConfigVerbosity, TheConfigPathIsToldOnlyWhenAsked)
 {

@@ -83,9 +83,7 @@ struct ActiveCase
     int viewingRules;
 };
 
-class ColourActiveLists : public testing::TestWithParam<ActiveCase>
-{
-};
+using ColourActiveLists = testing::TestWithParam<ActiveCase>;
 
 TEST_P(ColourActiveLists, ChooseTheListsAndDefaultsOfDisplaysAndViews)
 {

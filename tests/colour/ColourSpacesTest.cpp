@@ -5,6 +5,7 @@
 #include <IMB/IMB_OCIO.h>
 
 #include <string>
+#include <tuple>
 
 using colour_test::dataPath;
 using colour_test::joined;
@@ -24,9 +25,7 @@ struct WellKnown
     const char *srgb, *rec709, *linear, *raw;
 };
 
-class ColourWellKnown : public testing::TestWithParam<WellKnown>
-{
-};
+using ColourWellKnown = testing::TestWithParam<WellKnown>;
 } // namespace
 
 TEST_P(ColourWellKnown, FirstKnownCandidateWinsUnderItsCanonicalName)
@@ -153,12 +152,15 @@ TEST(ColourSpaces, SpacesAreClassifiedAndTaggedByName)
     EXPECT_EQ(IMB_OCIO::getsRGBColorSpace(nullptr), "srgb_texture");
 
     // By name: known names as above, unknown ones by the raster tag names.
-    BAS_StringHolder name;
-    EXPECT_EQ(IMB_OCIO::imbImageColorSpace(BAS_StringHolder("srgb_tx"), name), IMB_CS_SRGB);
-    EXPECT_EQ(name, "srgb_texture");
-    EXPECT_EQ(IMB_OCIO::imbImageColorSpace(BAS_StringHolder("GammaCorrected2.2"), name), IMB_CS_GAMMA2_2);
-    EXPECT_EQ(name, "GammaCorrected2.2");
-    EXPECT_EQ(IMB_OCIO::imbImageColorSpace(BAS_StringHolder("mystery"), name), IMB_CS_UNKNOWN);
+    using ByName = std::tuple<const char *, IMB_ColorSpace, const char *>;
+    for (const auto &[in, tag, out] : {ByName{"srgb_tx", IMB_CS_SRGB, "srgb_texture"},
+                                       ByName{"GammaCorrected2.2", IMB_CS_GAMMA2_2, "GammaCorrected2.2"},
+                                       ByName{"mystery", IMB_CS_UNKNOWN, "mystery"}})
+    {
+        BAS_StringHolder name("untouched");
+        EXPECT_EQ(IMB_OCIO::imbImageColorSpace(BAS_StringHolder(in), name), tag) << in;
+        EXPECT_EQ(name, out) << in;
+    }
     // And back from the tags.
     EXPECT_EQ(IMB_OCIO::imbImageColorSpace(IMB_CS_LINEAR, "x"), "lin_rec709");
     EXPECT_EQ(IMB_OCIO::imbImageColorSpace(IMB_CS_GAMMA2_2, "x"), "srgb_texture");
@@ -191,9 +193,7 @@ struct ParseCase
     const char *fileDefault;
 };
 
-class ColourParse : public testing::TestWithParam<ParseCase>
-{
-};
+using ColourParse = testing::TestWithParam<ParseCase>;
 
 TEST_P(ColourParse, FindsTheSpaceOfAPathByTheControlsRule)
 {

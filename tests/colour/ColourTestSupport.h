@@ -15,6 +15,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -58,6 +59,8 @@ inline double srgbEncode(double v)
     return v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
 }
 
+inline const char *const kControlled[] = {"OCIO=", "OCIO_", "IMB_OCIO_", "IMB_VERBOSE=", "IMB_COLOUR_CHILD="};
+
 // True in the child (run the body); in the parent, runs the child and returns
 // false.
 inline bool enterCase(const EnvList &vars)
@@ -69,13 +72,9 @@ inline bool enterCase(const EnvList &vars)
                          info->test_suite_name() + "." + info->name();
     std::vector<std::string> env;
     for (char **e = environ; *e; ++e)
-    {
-        bool controlled = false;
-        for (const char *p : {"OCIO=", "OCIO_", "IMB_OCIO_", "IMB_VERBOSE=", "IMB_COLOUR_CHILD="})
-            controlled = controlled || std::strncmp(*e, p, std::strlen(p)) == 0;
-        if (!controlled)
+        if (std::none_of(std::begin(kControlled), std::end(kControlled),
+                         [e](const char *p) { return std::strncmp(*e, p, std::strlen(p)) == 0; }))
             env.emplace_back(*e);
-    }
     for (const auto &[name, value] : vars)
         env.push_back(name + "=" + value);
     env.emplace_back("IMB_COLOUR_CHILD=1");
@@ -95,9 +94,7 @@ inline bool enterCase(const EnvList &vars)
 }
 } // namespace colour_test
 
+// Not wrapped in do/while: the return must leave the test body.
 #define COLOUR_CASE(...)                                                                                               \
-    do                                                                                                                 \
-    {                                                                                                                  \
-        if (!colour_test::enterCase(colour_test::EnvList __VA_ARGS__))                                                 \
-            return;                                                                                                    \
-    } while (0)
+    if (!colour_test::enterCase(colour_test::EnvList __VA_ARGS__))                                                     \
+    return

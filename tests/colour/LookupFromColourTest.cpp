@@ -48,48 +48,34 @@ TEST(LookupFromColour, ChannelIndependentTransformsBakeThreeTracksOnTheSourcesGr
     COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
     struct Case
     {
-        const char *what;
-        std::function<bool(IMB_Lookup &)> build;
-        bool log;
+        const char *what, *src, *dest, *looks, *view; // with a view, dest is its display
+        bool forward, log;
         std::function<double(double)> ref;
         double tol; // relative above 1
     };
     const double g = 1 / 2.4;
     const Case cases[] = {
-        {"same space", [](IMB_Lookup &l) { return l.buildOpenColorIO("srgb_texture", "srgb_tx", nullptr, 0); }, false,
+        {"same space", "srgb_texture", "srgb_tx", nullptr, nullptr, true, false,
          [](double x) { return double(float(x)); }, 0},
-        {"decode",
-         [](IMB_Lookup &l) {
-             l = IMB_Lookup(IMB_Lookup::BuildOCIO, "srgb_texture", "lin_rec709", 0);
-             return l.isValid();
-         },
-         false, srgbDecode, 2e-4},
-        {"look", [](IMB_Lookup &l) { return l.buildOpenColorIO("srgb_texture", "lin_rec709", "grade", 0); }, false,
+        {"decode", "srgb_texture", "lin_rec709", nullptr, nullptr, true, false, srgbDecode, 2e-4},
+        {"look", "srgb_texture", "lin_rec709", "grade", nullptr, true, false,
          [](double x) { return 2 * srgbDecode(x); }, 4e-4},
-        {"log grid", [](IMB_Lookup &l) { return l.buildOpenColorIO("lin_rec709", "g24_rec709", nullptr, 0); }, true,
-         [g](double x) { return std::pow(x, g); }, 2e-4},
-        {"view",
-         [](IMB_Lookup &l) {
-             return l.buildOpenColorIOView("srgb_texture", "Rec709 Monitor", "Video", nullptr, nullptr, true, 0);
-         },
-         false, [g](double x) { return std::pow(srgbDecode(x), g); }, 2e-4},
+        {"log grid", "lin_rec709", "g24_rec709", nullptr, nullptr, true, true, [g](double x) { return std::pow(x, g); },
+         2e-4},
+        {"view", "srgb_texture", "Rec709 Monitor", nullptr, "Video", true, false,
+         [g](double x) { return std::pow(srgbDecode(x), g); }, 2e-4},
         // Backwards the display space (uniform, 10 bit) is sampled.
-        {"view back",
-         [](IMB_Lookup &l) {
-             return l.buildOpenColorIOView("srgb_texture", "Rec709 Monitor", "Video", "", nullptr, false, 0);
-         },
-         false, [](double x) { return srgbEncode(std::pow(x, 2.4)); }, 2e-4},
-        {"look before the view",
-         [](IMB_Lookup &l) {
-             return l.buildOpenColorIOView("lin_rec709", "Rec709 Monitor", "Video", "grade", nullptr, true, 0);
-         },
-         true, [g](double x) { return std::pow(2 * x, g); }, 3e-4},
+        {"view back", "srgb_texture", "Rec709 Monitor", "", "Video", false, false,
+         [](double x) { return srgbEncode(std::pow(x, 2.4)); }, 2e-4},
+        {"look before the view", "lin_rec709", "Rec709 Monitor", "grade", "Video", true, true,
+         [g](double x) { return std::pow(2 * x, g); }, 3e-4},
     };
     for (const Case &c : cases)
     {
         SCOPED_TRACE(c.what);
         IMB_Lookup lut;
-        ASSERT_TRUE(c.build(lut));
+        ASSERT_TRUE(c.view ? lut.buildOpenColorIOView(c.src, c.dest, c.view, c.looks, nullptr, c.forward, 0)
+                           : lut.buildOpenColorIO(c.src, c.dest, c.looks, 0));
         EXPECT_EQ(lut.getType(), IMB_LUT_RGB | (c.log ? IMB_LUT_LOG_SAMPLING : 0));
         EXPECT_EQ(lut.getNumChannels(), 3);
         EXPECT_EQ(lut.getTableSize(), 8192);

@@ -149,10 +149,8 @@ TEST(ImageFile, WindowsSubimagesAndMipLevelsAreKeptAndChosen)
     IMB_ImageWindows got;
     ASSERT_TRUE(IMB_ImageFile::read((dir / "win.exr").c_str(), back, {}, &got));
     expectSamePixels(r, back);
-    EXPECT_EQ(got.data.x(), -3);
-    EXPECT_EQ(got.data.y(), 7);
-    EXPECT_EQ(got.display.w(), 64);
-    EXPECT_EQ(got.display.h(), 48);
+    EXPECT_EQ(got.data, windows.data);
+    EXPECT_EQ(got.display, windows.display);
 
     // A MIP-mapped texture (8x4, 4x2, 2x1, 1x1) made by OpenImageIO: level 1
     // is chosen by the options; level 4 is missing.
