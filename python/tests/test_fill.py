@@ -8,23 +8,18 @@ U32 = 2**32 - 1
 
 
 # (source dtype, value, destination dtype, options, expected), each worked
-# out from the conversion rules.
+# out from the conversion rules: every dtype on both sides and every option
+# once (the rules themselves are pinned by the fill suite).
 @pytest.mark.parametrize("src, value, dst, options, expected", [
     ("uint8", 255, "uint16", {}, 65535),                 # widening replicates: v * 257
-    ("uint8", 1, "uint32", {}, 0x01010101),
     ("uint16", 0x80FF, "uint8", {}, 0x81),               # narrowing rounds on bit 7
-    ("uint16", 0xFF80, "uint8", {}, 0xFF),               # ... but never past 255
     ("uint32", 0x00800000, "uint8", {}, 1),              # rounds on bit 23
-    ("uint16", 12345, "uint16", {}, 12345),              # identity
     ("float32", 0.5, "uint8", {}, 128),                  # floor(127.5 + 0.5)
-    ("float32", -0.1, "uint8", {}, 0),
-    ("float32", 1.7, "uint8", {}, 255),
     ("float16", 2.0, "uint8", {}, 255),
     ("uint8", 10, "uint8", {"src_range": (16, 235)}, 0),  # below black: clamped
     ("uint8", 128, "uint8", {"dst_range": (16, 235)}, 126),  # floor(128/255 * 219 + 16.5)
     ("uint8", 64, "uint8", {"gamma": 2.0}, 128),         # floor(sqrt(64/255) * 255 + 0.5)
     ("float32", 0.5, "uint32", {}, 128),                 # default destination range 0-255, kept
-    ("uint16", 65535, "uint32", {}, 255),
     ("float32", 0.5, "uint32", {"dst_range": (0, U32)}, 2**31),
     ("float32", 0.1, "float16", {}, np.float16(0.1)),
 ])

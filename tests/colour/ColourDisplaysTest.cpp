@@ -4,182 +4,144 @@
 
 #include <IMB/IMB_OCIO.h>
 
-#include <cmath>
 #include <string>
 
 using colour_test::dataPath;
+using colour_test::joined;
+using colour_test::orNull;
 
-namespace
-{
-std::string orNull(const char *s)
-{
-    return s ? s : "<null>";
-}
-
-BAS_StringArray activeDisplays()
-{
-    BAS_StringArray out{"stale"};
-    IMB_OCIO::getActiveDisplays(out);
-    return out;
-}
-
-BAS_StringArray activeViews()
-{
-    BAS_StringArray out{"stale"};
-    IMB_OCIO::getActiveViews(out);
-    return out;
-}
-} // namespace
-
-TEST(ColourDisplays, DisplaysViewsAndTheirSpaces)
+TEST(ColourDisplays, DisplaysViewsLooksAndTheirSpaces)
 {
     COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
-    EXPECT_EQ(activeDisplays(), (BAS_StringArray{"sRGB Monitor", "Rec709 Monitor"}));
-    EXPECT_EQ(activeViews(), (BAS_StringArray{"Standard", "Film", "Native"}));
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "sRGB Monitor");
+    BAS_StringArray names{"stale"};
+    EXPECT_TRUE(IMB_OCIO::getViewsForDisplay("Rec709 Monitor", names));
+    EXPECT_EQ(joined(names), "Video,Raw,Native");
+    EXPECT_TRUE(IMB_OCIO::getViewsForDisplay("No Display", names));
+    EXPECT_TRUE(names.isEmpty());
+    IMB_OCIO::getLooks(names);
+    EXPECT_EQ(joined(names), "grade,warm");
 
-    BAS_StringArray views{"stale"};
-    EXPECT_TRUE(IMB_OCIO::getViewsForDisplay("Rec709 Monitor", views));
-    EXPECT_EQ(views, (BAS_StringArray{"Video", "Raw", "Native"}));
-    EXPECT_TRUE(IMB_OCIO::getViewsForDisplay("No Display", views));
-    EXPECT_TRUE(views.isEmpty());
-
-    EXPECT_EQ(orNull(IMB_OCIO::getColorSpaceForDisplayView("sRGB Monitor", "Standard")), "srgb_texture");
-    EXPECT_EQ(orNull(IMB_OCIO::getColorSpaceForDisplayView("sRGB Monitor", "Film")), "sRGB Monitor");
-    // The shared view names its space "<USE_DISPLAY_NAME>": the display itself.
-    EXPECT_EQ(orNull(IMB_OCIO::getColorSpaceForDisplayView("Rec709 Monitor", "Native")), "Rec709 Monitor");
-    EXPECT_EQ(orNull(IMB_OCIO::getColorSpaceForDisplayView("sRGB Monitor", "Native")), "sRGB Monitor");
-
-    EXPECT_EQ(orNull(IMB_OCIO::getLooksForDisplayView("sRGB Monitor", "Film")), "grade");
-    EXPECT_EQ(orNull(IMB_OCIO::getLooksForDisplayView("sRGB Monitor", "Standard")), "");
-    EXPECT_EQ(orNull(IMB_OCIO::getTransformNameForDisplayView("sRGB Monitor", "Film")), "film_vt");
-    EXPECT_EQ(orNull(IMB_OCIO::getTransformNameForDisplayView("Rec709 Monitor", "Native")), "plain_vt");
-    EXPECT_EQ(orNull(IMB_OCIO::getTransformNameForDisplayView("Rec709 Monitor", "Video")), "");
-
-    BAS_StringArray looks{"stale"};
-    IMB_OCIO::getLooks(looks);
-    EXPECT_EQ(looks, (BAS_StringArray{"grade", "warm"}));
+    struct Case
+    {
+        const char *display, *view, *space, *looks, *transform;
+    };
+    // The shared view "Native" names its space "<USE_DISPLAY_NAME>": the display itself.
+    for (const Case &c : {Case{"sRGB Monitor", "Standard", "srgb_texture", "", ""},
+                          Case{"sRGB Monitor", "Film", "sRGB Monitor", "grade", "film_vt"},
+                          Case{"sRGB Monitor", "Native", "sRGB Monitor", "", "plain_vt"},
+                          Case{"Rec709 Monitor", "Native", "Rec709 Monitor", "", "plain_vt"},
+                          Case{"Rec709 Monitor", "Video", "g24_rec709", "", ""}})
+    {
+        SCOPED_TRACE(std::string(c.display) + " / " + c.view);
+        EXPECT_EQ(orNull(IMB_OCIO::getColorSpaceForDisplayView(c.display, c.view)), c.space);
+        EXPECT_EQ(orNull(IMB_OCIO::getLooksForDisplayView(c.display, c.view)), c.looks);
+        EXPECT_EQ(orNull(IMB_OCIO::getTransformNameForDisplayView(c.display, c.view)), c.transform);
+    }
+    using Pair = std::pair<const char *, const char *>;
+    for (const auto &[display, view] : {Pair{"sRGB Monitor", nullptr}, Pair{nullptr, "Film"}})
+    {
+        EXPECT_EQ(IMB_OCIO::getColorSpaceForDisplayView(display, view), nullptr);
+        EXPECT_EQ(IMB_OCIO::getLooksForDisplayView(display, view), nullptr);
+        EXPECT_EQ(IMB_OCIO::getTransformNameForDisplayView(display, view), nullptr);
+    }
 }
 
-TEST(ColourDisplays, DefaultViewOfTheDefaultDisplayIsTheDefaultViewTransform)
-{
-    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
-    // Deliberate: a view transform name, not the name of a view.
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(nullptr)), "plain_vt");
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(IMB_OCIO::getDefaultDisplay())), "plain_vt");
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("Rec709 Monitor")), "Video");
-}
-
-TEST(ColourDisplays, ActiveViewsChooseTheDefaultViewOfOtherDisplays)
-{
-    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}, {"OCIO_ACTIVE_VIEWS", "Raw,Video"}});
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("Rec709 Monitor")), "Raw");
-    // Not for the default display, which keeps the view transform name.
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(nullptr)), "plain_vt");
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("sRGB Monitor")), "plain_vt");
-    EXPECT_EQ(activeViews(), (BAS_StringArray{"Raw", "Video"}));
-    EXPECT_TRUE(IMB_OCIO::isOCIOEnvSet(false));
-}
-
-TEST(ColourDisplays, ViewingRulesCapturedAtLoad)
+TEST(ColourDisplays, ViewingRulesAreCapturedAtLoad)
 {
     COLOUR_CASE({{"OCIO", dataPath("full.ocio")}});
     BAS_StringArray names;
     IMB_OCIO::viewingRuleNames(names);
-    EXPECT_EQ(names, (BAS_StringArray{"linear-rule", "video-rule"}));
+    EXPECT_EQ(joined(names), "linear-rule,video-rule");
 
     const BAS_Options &linear = IMB_OCIO::viewingRule("linear-rule");
-    EXPECT_EQ(linear.getOptionNames(), (BAS_StringArray{"name", "spaces", "encodings", "custom"}));
+    EXPECT_EQ(joined(linear.getOptionNames()), "name,spaces,encodings,custom");
     EXPECT_EQ(linear.getOptionS("name"), "linear-rule");
-    EXPECT_EQ(linear.getOptionSArray("spaces"), (BAS_StringArray{"lin_rec709", "ACEScg"}));
+    EXPECT_EQ(joined(linear.getOptionSArray("spaces")), "lin_rec709,ACEScg");
     EXPECT_TRUE(linear.getOptionSArray("encodings").isEmpty());
     EXPECT_TRUE(linear.getOptionDict("custom").isEmpty());
 
     const BAS_Options &video = IMB_OCIO::viewingRule("video-rule");
     EXPECT_TRUE(video.getOptionSArray("spaces").isEmpty());
-    EXPECT_EQ(video.getOptionSArray("encodings"), (BAS_StringArray{"sdr-video"}));
+    EXPECT_EQ(joined(video.getOptionSArray("encodings")), "sdr-video");
     const BAS_Options &custom = video.getOptionDict("custom");
-    EXPECT_EQ(custom.getOptionNames(), (BAS_StringArray{"grade", "tier"}));
+    EXPECT_EQ(joined(custom.getOptionNames()), "grade,tier");
     EXPECT_EQ(custom.getOptionS("grade"), "none");
     EXPECT_EQ(custom.getOptionS("tier"), "2");
-
     EXPECT_TRUE(IMB_OCIO::viewingRule("no-rule").isEmpty());
-    EXPECT_TRUE(IMB_OCIO::viewingRule("").isEmpty());
 }
 
-TEST(ColourDisplays, ConfigurationsWithoutViewingRulesHaveNone)
+// The active lists and defaults under OCIO_ACTIVE_DISPLAYS / _VIEWS. The
+// configuration active_lists.ocio lists DispA and DispC as active and ViewA
+// as the active view; full.ocio has view transforms (plain_vt the default),
+// studio_names.ocio none and no viewing rules.
+struct ActiveCase
 {
-    COLOUR_CASE({{"OCIO", dataPath("studio_names.ocio")}});
+    const char *config, *displaysVar, *viewsVar;
+    const char *displays, *views, *defaultDisplay, *defaultView;
+    const char *other, *otherView; // a display and its default view
+    double viewOfHalf;             // the default view processor from scene linear at 0.5
+    int viewingRules;
+};
+
+using ColourActiveLists = testing::TestWithParam<ActiveCase>;
+
+TEST_P(ColourActiveLists, ChooseTheListsAndDefaultsOfDisplaysAndViews)
+{
+    const ActiveCase &c = GetParam();
+    colour_test::EnvList env{{"OCIO", dataPath(c.config)}};
+    if (*c.displaysVar)
+        env.emplace_back("OCIO_ACTIVE_DISPLAYS", c.displaysVar);
+    if (*c.viewsVar)
+        env.emplace_back("OCIO_ACTIVE_VIEWS", c.viewsVar);
+    COLOUR_CASE((env));
     BAS_StringArray names{"stale"};
+    IMB_OCIO::getActiveDisplays(names);
+    EXPECT_EQ(joined(names), c.displays);
+    IMB_OCIO::getActiveViews(names);
+    EXPECT_EQ(joined(names), c.views);
+    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), c.defaultDisplay);
+    // Deliberate: with view transforms, the default display's default view is
+    // the default view transform's name, not the name of a view.
+    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(nullptr)), c.defaultView);
+    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(IMB_OCIO::getDefaultDisplay())), c.defaultView);
+    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(c.other)), c.otherView);
+
+    float px[3] = {0.5f, 0.5f, 0.5f};
+    ASSERT_TRUE(IMB_OCIO::transform(IMB_OCIO::lookupViewProcessor("scene_linear", true), px, 1, 3));
+    EXPECT_NEAR(px[1], c.viewOfHalf, 2e-4);
     IMB_OCIO::viewingRuleNames(names);
-    EXPECT_TRUE(names.isEmpty());
-    // No view transforms: the default view of the default display is its view.
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView(nullptr)), "Standard");
+    EXPECT_EQ(names.size(), c.viewingRules);
 }
 
-// The configuration active_lists.ocio lists DispA and DispC as active and
-// ViewA as the active view.
-TEST(ColourActiveDisplays, ConfigurationListsWithoutEnvironment)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}});
-    EXPECT_EQ(activeDisplays(), (BAS_StringArray{"DispA", "DispC"}));
-    EXPECT_EQ(activeViews(), (BAS_StringArray{"ViewA"}));
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "DispA");
-}
+const double kSRGBHalf = colour_test::srgbEncode(0.5), kVideoHalf = std::pow(0.5, 1 / 2.4);
 
-TEST(ColourActiveDisplays, SingleNameIsNotPassedToTheConfiguration)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "DispC"}});
-    EXPECT_EQ(activeDisplays(), (BAS_StringArray{"DispA", "DispC"}));
-    // The default display still follows the variable's first name.
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "DispC");
-}
-
-TEST(ColourActiveDisplays, CommaListReplacesTheConfigurationList)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "DispC, DispA"}});
-    EXPECT_EQ(activeDisplays(), (BAS_StringArray{"DispC", "DispA"})) << "items are trimmed";
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "DispC");
-    EXPECT_TRUE(IMB_OCIO::isOCIOEnvSet(false));
-}
-
-TEST(ColourActiveDisplays, ListsStartingWithAnUnknownDisplayUseTheConfigurationDefault)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "DispZ,DispB"}});
-    EXPECT_EQ(activeDisplays(), (BAS_StringArray{"DispZ", "DispB"}));
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "DispB");
-}
-
-TEST(ColourActiveDisplays, UnknownDisplayFallsBackToTheConfigurationDefault)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "DispZ"}});
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "DispA");
-}
-
-TEST(ColourActiveDisplays, ActiveViewListsWithAndWithoutComma)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_VIEWS", "ViewB"}});
-    EXPECT_EQ(activeViews(), (BAS_StringArray{"ViewA"})) << "a single name is not passed on";
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("DispB")), "ViewB");
-}
-
-TEST(ColourActiveDisplays, ActiveViewCommaListReplacesTheConfigurationList)
-{
-    COLOUR_CASE({{"OCIO", dataPath("active_lists.ocio")}, {"OCIO_ACTIVE_VIEWS", "ViewB ,ViewA"}});
-    EXPECT_EQ(activeViews(), (BAS_StringArray{"ViewB", "ViewA"}));
-    // "ViewB " with its blank matches no view: the display's own default.
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultView("DispB")), "ViewB");
-}
-
-TEST(ColourActiveDisplays, DefaultViewProcessorFollowsTheActiveDisplay)
-{
-    COLOUR_CASE({{"OCIO", dataPath("full.ocio")}, {"OCIO_ACTIVE_DISPLAYS", "Rec709 Monitor"}});
-    EXPECT_EQ(orNull(IMB_OCIO::getDefaultDisplay()), "Rec709 Monitor");
-    // Its default view "Video" encodes with a 2.4 power.
-    IMB_OCIO::PHandle h = IMB_OCIO::lookupViewProcessor("lin_rec709", true);
-    float px[3] = {0.18f, 0.5f, 0.9f};
-    ASSERT_TRUE(IMB_OCIO::transform(h, px, 1, 3));
-    EXPECT_NEAR(px[0], std::pow(0.18, 1 / 2.4), 2e-4);
-    EXPECT_NEAR(px[1], std::pow(0.5, 1 / 2.4), 2e-4);
-    EXPECT_NEAR(px[2], std::pow(0.9, 1 / 2.4), 2e-4);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ColourActiveLists,
+    testing::Values(
+        ActiveCase{"full.ocio", "", "", "sRGB Monitor,Rec709 Monitor", "Standard,Film,Native", "sRGB Monitor",
+                   "plain_vt", "Rec709 Monitor", "Video", kSRGBHalf, 2},
+        // Active views choose the default view of the other displays only.
+        ActiveCase{"full.ocio", "", "Raw,Video", "sRGB Monitor,Rec709 Monitor", "Raw,Video", "sRGB Monitor",
+                   "plain_vt", "Rec709 Monitor", "Raw", kSRGBHalf, 2},
+        // A single name is not passed on, but still picks the default display
+        // (and OpenColorIO's own list of displays follows the variable).
+        ActiveCase{"full.ocio", "Rec709 Monitor", "", "Rec709 Monitor", "Video,Raw,Native",
+                   "Rec709 Monitor", "plain_vt", "sRGB Monitor", "Standard", kVideoHalf, 2},
+        ActiveCase{"active_lists.ocio", "", "", "DispA,DispC", "ViewA", "DispA", "ViewA", "DispB", "ViewA", 0.5, 0},
+        ActiveCase{"active_lists.ocio", "DispC", "", "DispA,DispC", "ViewA", "DispC", "ViewA", "DispB", "ViewA", 0.5,
+                   0},
+        // A comma list replaces the configuration's, its items trimmed.
+        ActiveCase{"active_lists.ocio", "DispC, DispA", "", "DispC,DispA", "ViewA", "DispC", "ViewA", "DispB",
+                   "ViewA", 0.5, 0},
+        // A list starting with an unknown display: the configuration's default.
+        ActiveCase{"active_lists.ocio", "DispZ,DispB", "", "DispZ,DispB", "ViewA", "DispB", "ViewA", "DispA",
+                   "ViewA", 0.5, 0},
+        ActiveCase{"active_lists.ocio", "DispZ", "", "DispA,DispC", "ViewA", "DispA", "ViewA", "DispB", "ViewA",
+                   0.5, 0},
+        ActiveCase{"active_lists.ocio", "", "ViewB", "DispA,DispC", "ViewA", "DispA", "ViewB", "DispB", "ViewB",
+                   kSRGBHalf, 0},
+        // "ViewB " with its blank matches no view: the display's own default.
+        ActiveCase{"active_lists.ocio", "", "ViewB ,ViewA", "DispA,DispC", "ViewB,ViewA", "DispA", "ViewB", "DispB",
+                   "ViewB", kSRGBHalf, 0},
+        ActiveCase{"studio_names.ocio", "", "", "sRGB - Display", "Standard,Raw", "sRGB - Display", "Standard",
+                   "sRGB - Display", "Standard", kSRGBHalf, 0}));
