@@ -1,27 +1,24 @@
 // The exchange files against OpenColorIO's own readers of the formats: a
-// table written here and loaded back is applied to the same float image here
-// and by OpenColorIO through a FileTransform of the same file; so are the
-// files OpenColorIO's baker wrote (tests/data/lookup/baked) and hand-written
-// ones (tests/data/lookup/exchange). 1D tables must
-// agree within 1e-5, cubes (trilinear on both sides) within 1e-4.
-//
-// The images are 512 x 512 (262,144 pixels) sweeping the table's domain with
-// a 5% margin on each side: red and green on a 512-step grid, blue scattered,
-// which puts several pixels in every cell of the largest cube tested (33).
-// One case runs on a 3840 x 2160 image.
+// table written here comes back with its kind, sizes and domain, and is
+// applied to the same float image here and by OpenColorIO through a
+// FileTransform of the same file; so are the files OpenColorIO's baker wrote
+// (tests/data/lookup/baked) and hand-written ones (tests/data/lookup/exchange).
+// 1D tables must agree within 1e-5, cubes (trilinear on both sides) within
+// 1e-4. The images are 512 x 512 sweeping the table's domain with a 5% margin
+// on each side, which puts several pixels in every cell of the largest cube
+// tested (33); one case runs on a 3840 x 2160 image.
 #include <IMB/IMB_Lookup.h>
 
 #include <OpenColorIO/OpenColorIO.h>
 #include <gtest/gtest.h>
 
-#include "LookupExchangeTables.h"
+#include "LookupTestUtil.h"
 
-#include <cstdlib>
+#include <algorithm>
 #include <string>
-#include <unistd.h>
 
 namespace OCIO = OCIO_NAMESPACE;
-using namespace exchange_test;
+using namespace lookup_test;
 
 namespace
 {
@@ -41,26 +38,23 @@ std::vector<float> applyThroughOCIO(const std::string &dir, const std::string &f
     return out;
 }
 
-class ExchangeTempDir : public testing::Test
+using ExchangeTempDir = ScratchDir;
+
+// A file name as a test name: dots become underscores.
+std::string testName(std::string file)
 {
-protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "imb_lut_exchange_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        myDir = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + myDir + "'").c_str()); }
-    std::string myDir;
-};
+    std::replace(file.begin(), file.end(), '.', '_');
+    return file;
+}
 
 struct WrittenCase
 {
     const char *name; // file name; its extension picks the format
     IMB_Lookup (*make)();
-    float lo, hi;       // domain swept by the image
-    double roundTrip;   // loaded back vs the original table
-    double agreement;   // this library vs OpenColorIO on the file
+    float lo, hi;            // the table's domain, swept by the image
+    double roundTrip;        // loaded back vs the original table
+    double agreement;        // this library vs OpenColorIO on the file
+    int type, size1D, size3D; // loaded back
 };
 
 IMB_Lookup rgb1D() { return table1D(false, 1024, -0.25f, 2.0f); }
@@ -73,21 +67,23 @@ IMB_Lookup logPre64() { return cubeWithPre(17, 64, 0.0f, 8.0f, false); }
 
 // The integer .3dl form quantises to 16 bits; the .csp shaper is resampled
 // into 65536 samples, exact at the pre-table's samples.
+// A straight pre-table over 0-1 is no pre-table at all.
 const WrittenCase theWrittenCases[] = {
-    {"rgb1d.cube", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"shared1d.cube", shared1D, 0.0f, 1.0f, 1e-7, 1e-5},
-    {"cube33.cube", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"logpre.cube", logPre, 0.0f, 8.0f, 1e-6, 1e-4},
-    {"ramppre.cube", rampPre, -0.5f, 1.5f, 1e-6, 1e-4},
-    {"rgb1d.spi1d", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"shared1d.spi1d", shared1D, 0.0f, 1.0f, 1e-7, 1e-5},
-    {"cube33.spi3d", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"cube33.3dl", cube33, 0.0f, 1.0f, 1.0 / 65535, 1e-4},
-    {"meshpre.3dl", meshPre, 0.0f, 1.0f, 1e-3, 1e-4},
-    {"rgb1d.csp", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"cube33.csp", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"logpre.csp", logPre64, 0.0f, 8.0f, 1e-4, 1e-4},
-    {"ramppre.csp", rampPre, -0.5f, 1.5f, 1e-6, 1e-4},
+    {"rgb1d.cube", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"shared1d.cube", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
+    {"cube33.cube", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"logpre.cube", logPre, 0.0f, 8.0f, 1e-6, 1e-4, IMB_LUT_3D_1D, 256, 17},
+    {"ramppre.cube", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
+    {"ramp01.cube", [] { return cubeWithPre(17, 9, 0.0f, 1.0f, true); }, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 17},
+    {"rgb1d.spi1d", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"shared1d.spi1d", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
+    {"cube33.spi3d", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"cube33.3dl", cube33, 0.0f, 1.0f, 1.0 / 65535, 1e-4, IMB_LUT_3D, 0, 33},
+    {"meshpre.3dl", meshPre, 0.0f, 1.0f, 1e-3, 1e-4, IMB_LUT_3D_1D, 17, 17},
+    {"rgb1d.csp", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"cube33.csp", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"logpre.csp", logPre64, 0.0f, 8.0f, 1e-4, 1e-4, IMB_LUT_3D_1D, 65536, 17},
+    {"ramppre.csp", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
 };
 
 class ExchangeWritten : public ExchangeTempDir, public testing::WithParamInterface<WrittenCase>
@@ -98,10 +94,15 @@ TEST_P(ExchangeWritten, LoadsBackAndAgreesWithOpenColorIO)
 {
     const WrittenCase &c = GetParam();
     const IMB_Lookup original = c.make();
-    const std::string path = myDir + "/" + c.name;
-    ASSERT_TRUE(original.save(path.c_str(), false));
     IMB_Lookup loaded;
-    ASSERT_TRUE(loaded.load(path.c_str(), false));
+    ASSERT_TRUE(original.save(path(c.name).c_str(), false));
+    ASSERT_TRUE(loaded.load(path(c.name).c_str(), false));
+    EXPECT_EQ(std::vector<int>({loaded.getType(), loaded.get3DSize()}), std::vector<int>({c.type, c.size3D}));
+    if (c.size1D)
+        EXPECT_EQ(loaded.getTableSize(), c.size1D);
+    float lo, hi;
+    loaded.getDomain(lo, hi);
+    EXPECT_EQ(std::vector<float>({lo, hi}), std::vector<float>({c.lo, c.hi}));
 
     const int w = 512, h = 512;
     const std::vector<float> image = sweepImage(w, h, c.lo, c.hi);
@@ -111,20 +112,13 @@ TEST_P(ExchangeWritten, LoadsBackAndAgreesWithOpenColorIO)
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ExchangeWritten, testing::ValuesIn(theWrittenCases),
-                         [](const testing::TestParamInfo<WrittenCase> &i) {
-                             std::string s = i.param.name;
-                             for (char &ch : s)
-                                 if (ch == '.')
-                                     ch = '_';
-                             return s;
-                         });
+                         [](const testing::TestParamInfo<WrittenCase> &i) { return testName(i.param.name); });
 
 TEST_F(ExchangeTempDir, CubeAgreesWithOpenColorIOOnA4KImage)
 {
-    const std::string path = myDir + "/cube33.cube";
-    ASSERT_TRUE(cube33().save(path.c_str(), false));
     IMB_Lookup loaded;
-    ASSERT_TRUE(loaded.load(path.c_str(), false));
+    ASSERT_TRUE(cube33().save(path("cube33.cube").c_str(), false));
+    ASSERT_TRUE(loaded.load(path("cube33.cube").c_str(), false));
     const int w = 3840, h = 2160;
     const std::vector<float> image = sweepImage(w, h, 0.0f, 1.0f);
     EXPECT_LE(maxDifference(applyThroughOCIO(myDir, "cube33.cube", image, w, h), applyThroughRaster(loaded, image, w, h)),
@@ -178,11 +172,5 @@ TEST_P(ExchangeFile, LoadsAndAgreesWithOpenColorIO)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, ExchangeFile, testing::ValuesIn(theFileCases),
-                         [](const testing::TestParamInfo<FileCase> &i) {
-                             std::string s = i.param.file;
-                             for (char &ch : s)
-                                 if (ch == '.')
-                                     ch = '_';
-                             return s;
-                         });
+                         [](const testing::TestParamInfo<FileCase> &i) { return testName(i.param.file); });
 } // namespace
