@@ -1,18 +1,13 @@
-// IMB_Lookup's data model, setters and builders, and the curve and thread
-// runner types underneath it.
+// IMB_Lookup's data model, setters and builders, and the curve type
+// underneath it.
 #include <IMB/IMB.h>
-#include <IMB/platform/BAS_ThreadedAlgorithm.h>
 #include <IMB/platform/CRV_Clip.h>
 
 #include <gtest/gtest.h>
 
 #include "LookupTestUtil.h"
 
-#include <atomic>
 #include <cmath>
-#include <mutex>
-#include <set>
-#include <thread>
 #include <vector>
 
 namespace
@@ -41,37 +36,17 @@ TEST(CurveTrack, InterpolatesBetweenNeighboursAndHoldsTheEnds)
     EXPECT_EQ(std::vector<double>(block, block + 7), (std::vector<double>{1.0, 2.0, 3.0, 1.0, -1.0, 2.0, 5.0}));
 }
 
-// --------------------------------------------------------------- runner
-
-std::atomic<int> theObservedJobs{-1};
-
-TEST(ThreadedAlgorithm, RunsEveryPartOnceAndOnePartOnTheCallingThread)
-{
-    BAS_ThreadedAlgorithm::setRunObserver([](int jobs) { theObservedJobs = jobs; });
-    std::mutex lock;
-    std::multiset<int> seen;
-    BAS_ThreadedAlgorithm(7).run([&](int j, int m) {
-        EXPECT_EQ(m, 7);
-        std::lock_guard<std::mutex> g(lock);
-        seen.insert(j);
-    });
-    EXPECT_EQ(theObservedJobs.load(), 7);
-    EXPECT_EQ(seen, (std::multiset<int>{0, 1, 2, 3, 4, 5, 6}));
-    std::thread::id where;
-    BAS_ThreadedAlgorithm(1).run([&](int j, int m) {
-        EXPECT_EQ(j + 10 * m, 10);
-        where = std::this_thread::get_id();
-    });
-    EXPECT_EQ(where, std::this_thread::get_id());
-    EXPECT_EQ(BAS_ThreadedAlgorithm(0).getNumThreads(), BAS_ThreadedAlgorithm::getPoolConcurrency());
-    BAS_ThreadedAlgorithm::setRunObserver(nullptr);
-}
-
 // --------------------------------------------------------------- kinds and fields
 
-TEST(LookupModel, SetTypeGivesOnlyAlphaFourTracksAndKeepsTheLogFlagExceptFor3DPlus1D)
+TEST(LookupModel, SetTypeGivesTracksMapsChannelsAndKeepsTheLogFlagExceptFor3DPlus1D)
 {
-    const int cases[][2] = {{1, 3}, {2, 3}, {4, 3}, {8, 4}, {23, 3}, {31, 3}, {39, 3}, {47, 3}, {64, 0}, {96, 1}};
+    // Type, tracks, and the track of R, G, B and A (-1: none). Only "A" gets
+    // four tracks: "RGBA" made this way has no alpha track.
+    const int cases[][6] = {
+        {1, 3, 0, -1, -1, -1},  {2, 3, -1, 0, -1, -1}, {4, 3, -1, -1, 0, -1},   {8, 4, -1, -1, -1, 0},
+        {23, 3, 0, 1, 2, -1},   {31, 3, 0, 1, 2, 3},   {39, 3, 0, 0, 0, -1},     {47, 3, 0, 0, 0, 0},
+        {64, 0, -1, -1, -1, -1}, {96, 1, -1, -1, -1, -1},
+    };
     for (const auto &c : cases)
     {
         IMB_Lookup lut;
@@ -79,11 +54,23 @@ TEST(LookupModel, SetTypeGivesOnlyAlphaFourTracksAndKeepsTheLogFlagExceptFor3DPl
         lut.setType(T(c[0]));
         EXPECT_EQ(lut.getNumChannels(), c[1]) << c[0];
         EXPECT_EQ(lut.getType(), c[0] == 96 ? 96 : (c[0] | 0x100)) << c[0];
+        for (int k = 0; k < 4; ++k)
+        {
+            EXPECT_EQ(lut.getIndexFor(T(1 << k)), c[k + 2]) << c[0] << " channel " << k;
+            EXPECT_EQ(lut.hasLUTfor(T(1 << k)), c[k + 2] >= 0) << c[0] << " channel " << k;
+        }
     }
     IMB_Lookup lut;
-    lut.setType(IMB_LUT_RGBA); // "RGBA" made this way has no alpha track
-    EXPECT_EQ(lut.getIndexFor(IMB_LUT_A), 3);
+    lut.setType(IMB_LUT_RGBA);
     EXPECT_EQ(lut.getRawLUT(IMB_LUT_A), nullptr);
+    // Queries that only name the table kind: 48 in either place refuses.
+    lut.setType(T(16));
+    EXPECT_EQ(lut.getIndexFor(T(48)), -1);
+    EXPECT_FALSE(lut.hasLUTfor(T(48)));
+    EXPECT_EQ(lut.getIndexFor(T(16)), 0);
+    EXPECT_TRUE(lut.hasLUTfor(T(16)));
+    lut.setType(IMB_LUT_3D_1D);
+    EXPECT_EQ(lut.getIndexFor(T(32)), 0);
 }
 
 TEST(LookupModel, ShrinkingTracksByMoreThanOneStopsPartWayAndSizeChangesKeepSamples)
@@ -133,50 +120,14 @@ TEST(LookupModel, SettersOrderDomainAndRangeRaiseALogMinimumAndClampTheBias)
     EXPECT_EQ(lut.getType(), 64);
 }
 
-TEST(LookupModel, ChannelsMapToTracksByType)
-{
-    const int cases[][5] = {
-        {47, 0, 0, 0, 0},     {39, 0, 0, 0, -1},    {23, 0, 1, 2, -1},     {31, 0, 1, 2, 3},
-        {1, 0, -1, -1, -1},   {2, -1, 0, -1, -1},   {8, -1, -1, -1, 0},    {64, -1, -1, -1, -1},
-        {96, -1, -1, -1, -1}, {320, -1, -1, -1, -1},
-    };
-    for (const auto &c : cases)
-    {
-        IMB_Lookup lut;
-        lut.setType(T(c[0]));
-        for (int k = 0; k < 4; ++k)
-        {
-            EXPECT_EQ(lut.getIndexFor(T(1 << k)), c[k + 1]) << c[0] << " channel " << k;
-            EXPECT_EQ(lut.hasLUTfor(T(1 << k)), c[k + 1] >= 0) << c[0] << " channel " << k;
-        }
-    }
-    // Queries that only name the table kind: 48 in either place refuses.
-    IMB_Lookup lut;
-    lut.setType(T(16));
-    EXPECT_EQ(lut.getIndexFor(T(48)), -1);
-    EXPECT_FALSE(lut.hasLUTfor(T(48)));
-    EXPECT_EQ(lut.getIndexFor(T(16)), 0);
-    EXPECT_TRUE(lut.hasLUTfor(T(16)));
-    lut.setType(IMB_LUT_3D_1D);
-    EXPECT_EQ(lut.getIndexFor(T(32)), 0);
-}
-
 // --------------------------------------------------------------- cube storage
-
-std::vector<float> rampCube(int n)
-{
-    std::vector<float> v(3 * n * n * n);
-    for (std::size_t i = 0; i < v.size(); ++i)
-        v[i] = static_cast<float>(i);
-    return v;
-}
 
 TEST(LookupModel, CubeIsPaddedByRepeatingTheLastRowColumnAndPlane)
 {
     IMB_Lookup lut;
     lut.setType(IMB_LUT_RGB);
     lut.setLogSampling(true);
-    const std::vector<float> in = rampCube(2);
+    const std::vector<float> in = randomCube(2, 1).v;
     lut.set3DLUT(2, in.data());
     EXPECT_EQ(describe(lut), "type 320 tracks 0 cube 2 domain 0 1 range 0 1 points 0 1 bias 0 format any");
     EXPECT_TRUE(lut.is3DLUT());
@@ -188,7 +139,7 @@ TEST(LookupModel, CubeIsPaddedByRepeatingTheLastRowColumnAndPlane)
     std::vector<half16> outHalf(in.size());
     lut.copy3DLUT(outHalf.data());
     for (std::size_t i = 0; i < in.size(); ++i)
-        EXPECT_EQ(static_cast<float>(outHalf[i]), in[i]);
+        EXPECT_EQ(static_cast<float>(outHalf[i]), static_cast<float>(half16(in[i])));
     lut.copy3DLUT(padded.data(), true);
     EXPECT_EQ(std::vector<float>(lut.get3DLUT(), lut.get3DLUT() + 81), padded);
     EXPECT_EQ(lut.getMemoryUsage(false) - lut.getLUT().getMemoryUsage(true), 12 * 27);
@@ -199,7 +150,7 @@ TEST(LookupModel, CubeOn3DPlus1DKeepsThePreTableAndOtherTypesDropTheCube)
     IMB_Lookup lut;
     lut.setType(IMB_LUT_3D_1D);
     lut.setTableSize(4);
-    lut.set3DLUT(3, rampCube(3).data());
+    lut.set3DLUT(3, randomCube(3, 2).v.data());
     const char *kept = "type 96 tracks 1x4 cube 3 domain 0 1 range 0 1 points 0 1 bias 0 format any";
     EXPECT_EQ(describe(lut), kept);
     CRV_Clip clip;

@@ -264,25 +264,19 @@ TEST_F(LookupPath, HostileFileNamesReachTheFilterAsOneQuotedArgument)
 
 // ---------------------------------------------------------------- curve files
 
-TEST(FileLUT, CreateCopiesTheCurveAndRefusesEmptyInput)
+TEST(FileLUT, EvaluatesBetweenSamplesHoldsTheEndsAndRefusesEmptyInput)
 {
     BAS_FileLUT curve;
-    EXPECT_EQ(curve.getSize(), 0);
-    EXPECT_EQ(curve.getSamples(), nullptr);
-    EXPECT_EQ(curve.evaluate(0.5f), 0.0f);
+    EXPECT_EQ(curve.evaluate(0.5f), 0.0f); // no samples
     const float samples[3] = {0.0f, 0.25f, 1.0f};
     ASSERT_TRUE(curve.create(3, samples, 65536.0, true, "film", 1023));
-    EXPECT_EQ(curve.getSize(), 3);
     EXPECT_NE(curve.getSamples(), samples);
-    EXPECT_EQ(curve.getSample(2), 1.0f);
     EXPECT_EQ(curve.getSample(3), 0.0f);
-    EXPECT_EQ(curve.getScale(), 65536.0);
-    EXPECT_TRUE(curve.getFlag());
-    EXPECT_EQ(curve.getWhite(), 1023);
     const float at[] = {0.25f, 0.75f, -1.0f, 2.0f}, want[] = {0.125f, 0.625f, 0.0f, 1.0f};
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(curve.evaluate(at[i]), want[i]) << at[i];
     EXPECT_FALSE(curve.create(0, samples, 1.0, false, "x", 1));
     EXPECT_FALSE(curve.create(3, nullptr, 1.0, false, "x", 1));
     EXPECT_EQ(curve.getName(), "film"); // unchanged by the refused calls
+    EXPECT_EQ(curve.getSize(), 3);
 }
