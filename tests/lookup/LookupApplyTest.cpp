@@ -1,22 +1,13 @@
 // IMB_Lookup application to rasters: every data format against a scalar
 // reference of the per-component rules, with and without log sampling,
 // gamma, black and white points and single channels; cubes; the thread split.
-#include <IMB/IMB.h>
-#include <IMB/platform/BAS_ThreadedAlgorithm.h>
-#include <IMB/platform/CRV_Clip.h>
-
-#include <gtest/gtest.h>
-
 #include "LookupTestUtil.h"
 
-#include <algorithm>
+#include <IMB/platform/BAS_ThreadedAlgorithm.h>
+
 #include <atomic>
-#include <cmath>
-#include <cstring>
 #include <limits>
-#include <random>
 #include <thread>
-#include <vector>
 
 // Thread-sanitizer builds: the pool's own bookkeeping synchronises inside the
 // uninstrumented oneTBB binary, so the sanitizer reports its header-side
@@ -35,8 +26,6 @@ extern "C" const char *__tsan_default_suppressions()
 namespace
 {
 using namespace lookup_test;
-
-// --------------------------------------------------------------- formats
 
 // kTol: distance from .5 within which an integer result may round either way.
 template <IMB_DataFormat F> struct Fmt;
@@ -99,8 +88,6 @@ template <IMB_DataFormat F> void fillRaster(IMB_Raster &r, unsigned seed)
         }
     }
 }
-
-// --------------------------------------------------------------- the reference rules
 
 struct Settings
 {
@@ -208,8 +195,6 @@ IMB_Lookup makeTable(int type, int n, std::vector<double> tracks[4], const Setti
     lut.setLUT(clip);
     return lut;
 }
-
-// --------------------------------------------------------------- typed tests
 
 template <typename Tag> class LookupApplyFormat : public ::testing::Test
 {
@@ -382,8 +367,6 @@ TYPED_TEST(LookupApplyFormat, RastersAboveOneHundredThousandPixelsSplitWithIdent
     BAS_ThreadedAlgorithm::setRunObserver(nullptr);
 }
 
-// --------------------------------------------------------------- single cases
-
 // Float cubes on RGBA give exactly what eval3DLUT (and evalLUT) gives for
 // each pixel, whichever way the pixels are grouped, including fractions
 // within 1e-5 of a sample (taken as is), grid points, values outside [0, 1]
@@ -475,8 +458,6 @@ TEST(LookupApply, TablesLeaveRastersWithoutMemoryOrChannelsAlone)
     for (int i = 0; i < 12; ++i)
         EXPECT_EQ(static_cast<float *>(rgb.getPixels())[i], 0.0f);
 }
-
-// --------------------------------------------------------------- threads
 
 // Concurrent applications of shared tables, and applications started from
 // the pool's own jobs (a job waiting for its table's workers may be lent

@@ -1,17 +1,7 @@
 // IMB_Lookup evaluation: single values, blocks, cubes, grid values, repair,
 // sampling grids, inversion and composition, each against scalar references
 // written here from the rules.
-#include <IMB/IMB.h>
-#include <IMB/platform/CRV_Clip.h>
-
-#include <gtest/gtest.h>
-
 #include "LookupTestUtil.h"
-
-#include <algorithm>
-#include <cmath>
-#include <random>
-#include <vector>
 
 // The class befriends this struct for its tests: it reaches the private
 // preparation and repair steps and sets fields the setters would order.
@@ -56,43 +46,34 @@ IMB_Lookup makeRgb(int n, std::vector<double> tracks[3])
     return lut;
 }
 
-// --------------------------------------------------------------- single values
-
-TEST(LookupEval, LinearSingleValuesIgnoreTheDomainAndMapTheRange)
+// Linear values ignore the domain; log values take the track length, not
+// length - 1, as the last position: pos = N (ln x - ln lo) / (ln hi - ln lo).
+TEST(LookupEval, SingleValuesInterpolateLinearlyOrOverTheLogDomainAndMapTheRange)
 {
     std::vector<double> t[3];
     IMB_Lookup lut = makeRgb(5, t);
-    lut.setDomain(2.0f, 3.0f); // not used without log sampling
+    lut.setDomain(2.0f, 3.0f);
     for (float x : {0.0f, 0.3f, 0.5f, 0.99f, 1.0f, 1.5f, -0.25f})
         for (int c = 0; c < 3; ++c)
             EXPECT_FLOAT_EQ(lut.evalLUT(T(1 << c), x), refSample(t[c], 4.0 * x)) << x;
     EXPECT_EQ(lut.evalLUT(IMB_LUT_A, 0.7f), 0.7f); // no alpha table: input back
-    lut.setRange(-1.0f, 3.0f);
-    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 0.3f), (refSample(t[0], 1.2) + 1.0) / 4.0);
+    EXPECT_EQ(IMB_Lookup().evalLUT(IMB_LUT_R, 0.4f), 0.4f);
     float rgb[3] = {0.25f, 0.5f, 0.75f};
-    lut.setRange(0.0f, 1.0f);
     lut.evalLUT(rgb);
     for (int c = 0; c < 3; ++c)
         EXPECT_FLOAT_EQ(rgb[c], refSample(t[c], c + 1.0));
-    EXPECT_EQ(IMB_Lookup().evalLUT(IMB_LUT_R, 0.4f), 0.4f);
-}
+    lut.setRange(-1.0f, 3.0f);
+    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 0.3f), (refSample(t[0], 1.2) + 1.0) / 4.0);
 
-TEST(LookupEval, LogSingleValuesUseTheTrackLengthNotLengthMinusOne)
-{
-    std::vector<double> t[3];
-    IMB_Lookup lut = makeRgb(8, t);
-    lut.setLogSampling(true);
-    lut.setDomain(1.0f, 100.0f);
-    // pos = N (ln x - ln 1)/(ln 100 - ln 1): 10 is position 4 of 8, 100 is
-    // position 8, one past the last sample.
-    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 10.0f), 16.0f);
-    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 100.0f), 49.0f);
-    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 1000.0f), 49.0f);
-    EXPECT_FLOAT_EQ(lut.evalLUT(IMB_LUT_R, 0.5f), 0.0f);
-    EXPECT_NEAR(lut.evalLUT(IMB_LUT_G, 5.0f), refSample(t[1], 8.0 * std::log(5.0) / std::log(100.0)), 1e-5);
+    IMB_Lookup log = makeRgb(8, t);
+    log.setLogSampling(true);
+    log.setDomain(1.0f, 100.0f);
+    // 10 is position 4 of 8, 100 position 8, one past the last sample.
+    const float at[] = {10.0f, 100.0f, 1000.0f, 0.5f}, want[] = {16.0f, 49.0f, 49.0f, 0.0f};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_FLOAT_EQ(log.evalLUT(IMB_LUT_R, at[i]), want[i]) << at[i];
+    EXPECT_NEAR(log.evalLUT(IMB_LUT_G, 5.0f), refSample(t[1], 8.0 * std::log(5.0) / std::log(100.0)), 1e-5);
 }
-
-// --------------------------------------------------------------- blocks
 
 TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
 {
@@ -136,8 +117,6 @@ TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
     EXPECT_FALSE(lut.evalLUT(IMB_LUT_B, 4, part, 0u, 1u));
 }
 
-// --------------------------------------------------------------- cubes
-
 TEST(LookupEval, CubeFractionOfFiveMillionthsTakesTheLowerSample)
 {
     // Edge 2: positions equal the inputs; red jumps from 0 to 1000.
@@ -152,8 +131,6 @@ TEST(LookupEval, CubeFractionOfFiveMillionthsTakesTheLowerSample)
     lut.eval3DLUT(rgb2);
     EXPECT_NEAR(rgb2[0], 0.02f, 1e-6f);
 }
-
-// --------------------------------------------------------------- grid values
 
 TEST(LookupEval, IndexToValueUsesTheSinglePrecisionE)
 {
@@ -183,8 +160,6 @@ TEST(LookupEval, IndexToValueUsesTheSinglePrecisionE)
     bare.set3DLUT(3, ref.v.data());
     EXPECT_DOUBLE_EQ(bare.indexToValue(1), 0.5);
 }
-
-// --------------------------------------------------------------- repair and clamping
 
 TEST(LookupEval, CorrectLUTSwapsReversedDomainsAndRefusesEmptyOnes)
 {
@@ -225,8 +200,6 @@ TEST(LookupEval, Clamp3DLUTClampsEveryFloatIncludingPadding)
     for (std::size_t i = 0; i < out.size(); ++i)
         EXPECT_EQ(out[i], std::min(std::max(ref.v[i], 0.0f), 1.0f));
 }
-
-// --------------------------------------------------------------- grids
 
 TEST(LookupEval, Prep1DLUTWritesEqualTriplesOverALinearOrLogGrid)
 {
@@ -275,8 +248,6 @@ TEST(LookupEval, Prep3DLUTFillsThePaddedCubeWithItsOwnCoordinates)
         EXPECT_NEAR(cubeAt(lut, 0, 0, i, 2), std::exp(llo + i * (lhi - llo) / 95) - 0.5, 1e-5) << i;
     EXPECT_EQ(lut.getPreShift(), 0.5f);
 }
-
-// --------------------------------------------------------------- invert
 
 // The inversion rule, written out for one track.
 std::vector<double> refInvert(const std::vector<double> &old, int m, double dmin, double dmax, double rmin,
@@ -367,8 +338,6 @@ TEST(LookupEval, InvertResamplesFloatTablesAndExchangesDomainAndRange)
     empty.invert(10); // nothing to invert
     EXPECT_EQ(describe(empty), describe(IMB_Lookup()));
 }
-
-// --------------------------------------------------------------- merge
 
 TEST(LookupEval, MergingTwo1DTablesComposesThemOverTheFirstDomain)
 {

@@ -2,15 +2,9 @@
 // facts, row orders, the readers' answers to malformed files, and the
 // writers' refusals. What each table shape becomes after a trip through each
 // format, and agreement with OpenColorIO, are in LookupExchangeOCIOTest.cpp.
-#include <IMB/IMB_Lookup.h>
-#include <IMB/platform/BAS_ErrorLog.h>
-
-#include <gtest/gtest.h>
-
 #include "LookupTestUtil.h"
 
-#include <cstdio>
-#include <string>
+#include <IMB/platform/BAS_ErrorLog.h>
 
 using namespace lookup_test;
 
@@ -35,8 +29,6 @@ bool loadFile(IMB_Lookup &lut, const std::string &path, IMB_Lookup::ExchangeHead
 }
 
 using ExchangeFiles = ScratchDir;
-
-// ---------------------------------------------------------------- shapes
 
 IMB_Lookup rgb() { return table1D(false, 9, -0.5f, 2.0f); }
 IMB_Lookup shared() { return table1D(true, 9, 0.0f, 1.0f); }
@@ -121,8 +113,6 @@ TEST(ExchangeHeaders, ReportTheirFactsAndLeaveTheTableEmpty)
     }
 }
 
-// ---------------------------------------------------------------- malformed files
-
 // tests/data/lookup/cases/exchange_reader.tsv: format, line, part of the
 // message, file.
 TEST(ExchangeBadFiles, AreRefusedWithTheLineAndLeaveNoTable)
@@ -144,8 +134,6 @@ TEST(ExchangeBadFiles, AreRefusedWithTheLineAndLeaveNoTable)
         EXPECT_FALSE(lut.isValid()) << text;
     }
 }
-
-// ---------------------------------------------------------------- refusals
 
 struct RefusalCase
 {

@@ -1,22 +1,12 @@
 // IMB_Lookup's data model, setters and builders, and the curve type
 // underneath it.
-#include <IMB/IMB.h>
-#include <IMB/platform/CRV_Clip.h>
-
-#include <gtest/gtest.h>
-
 #include "LookupTestUtil.h"
-
-#include <cmath>
-#include <vector>
 
 namespace
 {
 using namespace lookup_test;
 
 const char *const kDefaults = "type 47 tracks 0 cube 0 domain 0 1 range 0 1 points 0 1 bias 0 format any";
-
-// --------------------------------------------------------------- curves
 
 TEST(CurveTrack, InterpolatesBetweenNeighboursAndHoldsTheEnds)
 {
@@ -35,8 +25,6 @@ TEST(CurveTrack, InterpolatesBetweenNeighboursAndHoldsTheEnds)
     t->evaluate(10.0, 13.0, block, 7);
     EXPECT_EQ(std::vector<double>(block, block + 7), (std::vector<double>{1.0, 2.0, 3.0, 1.0, -1.0, 2.0, 5.0}));
 }
-
-// --------------------------------------------------------------- kinds and fields
 
 TEST(LookupModel, SetTypeGivesTracksMapsChannelsAndKeepsTheLogFlagExceptFor3DPlus1D)
 {
@@ -120,8 +108,6 @@ TEST(LookupModel, SettersOrderDomainAndRangeRaiseALogMinimumAndClampTheBias)
     EXPECT_EQ(lut.getType(), 64);
 }
 
-// --------------------------------------------------------------- cube storage
-
 TEST(LookupModel, CubeIsPaddedByRepeatingTheLastRowColumnAndPlane)
 {
     IMB_Lookup lut;
@@ -191,8 +177,6 @@ TEST(LookupModel, StartsEmptyAndResetAndCopyRestoreOrDuplicateEveryField)
     EXPECT_EQ(describe(lut), kDefaults);
 }
 
-// --------------------------------------------------------------- display hooks
-
 std::vector<void *> theDeleted;
 void *theLiveTexture = nullptr;
 
@@ -227,8 +211,6 @@ TEST(LookupModel, TextureHandlesAreAnsweredAndReleasedOnlyThroughTheHooks)
     EXPECT_EQ(theDeleted, (std::vector<void *>{&tex}));
     EXPECT_EQ(lut.getTextureID(), nullptr);
 }
-
-// --------------------------------------------------------------- builders
 
 TEST(LookupBuilders, FillTrackZeroOfASharedTableWithTheirCurve)
 {

@@ -1,18 +1,18 @@
-// Helpers shared by the lookup tests: a one-line summary of a table's fields,
-// track, cube, file and case-table readers, a scratch folder, the scalar
-// interpolation references the tests check the code against, and the tables
-// and images of the exchange-file tests.
+// Helpers shared by the lookup tests, which include this header for the
+// library, GoogleTest and the standard headers they all use: a one-line
+// summary of a table's fields, track, cube, file and case-table readers, a
+// scratch folder, the scalar interpolation references the tests check the
+// code against, and the tables and images of the exchange-file tests.
 #pragma once
 
-#include <IMB/IMB_Lookup.h>
-#include <IMB/IMB_Raster.h>
-#include <IMB/platform/BAS_IOTable.h>
+#include <IMB/IMB.h>
 #include <IMB/platform/CRV_Clip.h>
-
+#include <IMB/platform/half16.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
