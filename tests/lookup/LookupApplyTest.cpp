@@ -54,12 +54,10 @@ template <IMB_DataFormat F> typename Fmt<F>::T *comp(const IMB_Raster &r, int64 
 {
     return static_cast<typename Fmt<F>::T *>(const_cast<void *>(r.getPixel(i % r.getXres(), i / r.getXres(), c)));
 }
+// Halves read through float; the others as they are.
 template <IMB_DataFormat F> double readComp(const IMB_Raster &r, int64 i, int c)
 {
-    if constexpr (F == IMB_FLOAT16)
-        return static_cast<float>(*comp<F>(r, i, c));
-    else
-        return static_cast<double>(*comp<F>(r, i, c));
+    return static_cast<std::conditional_t<F == IMB_FLOAT16, float, double>>(*comp<F>(r, i, c));
 }
 
 // Values that hit the ends, halves and, for floats, out-of-range and NaN,
@@ -79,13 +77,9 @@ template <IMB_DataFormat F> void fillRaster(IMB_Raster &r, unsigned seed)
         std::uniform_real_distribution<double> d(Fmt<F>::kInt ? 0.0 : -0.2, Fmt<F>::kInt ? w : 1.2);
         while (static_cast<int64>(v.size()) < n)
             v.push_back(Fmt<F>::kInt ? std::floor(d(gen)) : double(float(d(gen))));
-        for (int64 i = 0; i < n; ++i)
-        {
-            if constexpr (Fmt<F>::kInt)
-                *comp<F>(r, i, c) = static_cast<typename Fmt<F>::T>(v[(i * 7 + c * 3) % n]);
-            else
-                *comp<F>(r, i, c) = typename Fmt<F>::T(static_cast<float>(v[(i * 7 + c * 3) % n]));
-        }
+        for (int64 i = 0; i < n; ++i) // floats and halves from a float, integers from the double
+            *comp<F>(r, i, c) = static_cast<typename Fmt<F>::T>(
+                static_cast<std::conditional_t<Fmt<F>::kInt, double, float>>(v[(i * 7 + c * 3) % n]));
     }
 }
 
@@ -278,10 +272,7 @@ TYPED_TEST(LookupApplyFormat, CubesFollowTheTrilinearRuleOrLeave32BitIntegersAlo
         for (int k = 0; k < 4; ++k)
             for (int channel : {-1, 0, 3})
             {
-                Settings s;
-                s.gamma = k & 2 ? 2.2f : 1.0f;
-                if (k & 1)
-                    s.black = 0.05f, s.white = 0.95f;
+                Settings s = variant(k); // a linear cube ignores the domain this may set
                 IMB_Lookup lut;
                 if (mode == 2)
                 {
@@ -360,9 +351,6 @@ TYPED_TEST(LookupApplyFormat, RastersAboveOneHundredThousandPixelsSplitWithIdent
                 ASSERT_EQ(std::memcmp(big.getPixel(x, 0, 0), piece.getPixel(x - x0, 0, 0), 3 * imbDefinesDepth[F]), 0)
                     << w << " at " << x;
         }
-        for (int64 i = 0; i < w; i += 997)
-            for (int c = 0; c < 3; ++c)
-                expectStored<F>(readComp<F>(big, i, c), ref1D<F>(readComp<F>(before, i, c), tracks[c], s), "big");
     }
     BAS_ThreadedAlgorithm::setRunObserver(nullptr);
 }

@@ -296,16 +296,11 @@ TEST(LookupEval, InvertedInt8TablesHoldIntegersAndEndExactlyOnTheDomain)
     const std::vector<double> old = track(lut, 0);
     lut.invert(0);
     const std::vector<double> got = track(lut, 0);
+    // The reference rounds and ends on 255 exactly; the kept M, not M - 1,
+    // scaling leaves the inverse of an encoding gamma up to about four codes
+    // below the decoding gamma.
     EXPECT_EQ(got, refInvert(old, 256, 0, 255, 0, 255, true));
-    EXPECT_EQ(got[255], 255.0);
-    // The inverse of an encoding gamma is close to the decoding gamma (the
-    // kept M, not M - 1, scaling leaves it up to about four codes low).
-    for (int i = 0; i < 256; i += 15)
-    {
-        EXPECT_EQ(got[i], std::floor(got[i])) << i;
-        EXPECT_LE(got[i], 255.0 * std::pow(i / 255.0, 2.2) + 1.0) << i;
-        EXPECT_GE(got[i], 255.0 * std::pow(i / 255.0, 2.2) - 4.5) << i;
-    }
+    EXPECT_GE(got[120], 255.0 * std::pow(120 / 255.0, 2.2) - 4.5);
 }
 
 TEST(LookupEval, InvertResamplesFloatTablesAndExchangesDomainAndRange)
