@@ -29,18 +29,19 @@ using namespace lookup_test;
 
 // kTol: distance from .5 within which an integer result may round either way.
 template <IMB_DataFormat F> struct Fmt;
-#define LOOKUP_TEST_FMT(F, V, INT, WHITE, SCALE, TOL)                                                                \
+#define LOOKUP_TEST_FMT(F, V, INT, WHITE, TOL)                                                                       \
     template <> struct Fmt<F>                                                                                        \
     {                                                                                                                \
         using T = V;                                                                                                 \
+        static constexpr IMB_DataFormat value = F;                                                                   \
         static constexpr bool kInt = INT;                                                                            \
-        static constexpr double kWhite = WHITE, kPointScale = SCALE, kTol = TOL;                                     \
+        static constexpr double kWhite = WHITE, kTol = TOL;                                                          \
     };
-LOOKUP_TEST_FMT(IMB_INT8, uint8, true, 255.0, 255.0, 1e-3)
-LOOKUP_TEST_FMT(IMB_INT16, uint16, true, 65535.0, 65535.0, 0.15)
-LOOKUP_TEST_FMT(IMB_INT32, uint32, true, 4294967295.0, 2147483648.0, 1e-3)
-LOOKUP_TEST_FMT(IMB_FLOAT32, float, false, 1.0, 1.0, 0.0)
-LOOKUP_TEST_FMT(IMB_FLOAT16, half16, false, 1.0, 1.0, 0.0)
+LOOKUP_TEST_FMT(IMB_INT8, uint8, true, 255.0, 1e-3)
+LOOKUP_TEST_FMT(IMB_INT16, uint16, true, 65535.0, 0.15)
+LOOKUP_TEST_FMT(IMB_INT32, uint32, true, 4294967295.0, 1e-3)
+LOOKUP_TEST_FMT(IMB_FLOAT32, float, false, 1.0, 0.0)
+LOOKUP_TEST_FMT(IMB_FLOAT16, half16, false, 1.0, 0.0)
 #undef LOOKUP_TEST_FMT
 
 // Component c of pixel i of `a` has the same bytes as component cb of `b`.
@@ -106,7 +107,7 @@ template <IMB_DataFormat F> void refPoints(const Settings &s, double &b, double 
     else if (F == IMB_INT32)
         b = std::floor(s.black * 2147483648.0f + 0.5f), w = std::floor(s.white * 2147483648.0f + 0.5f);
     else
-        b = std::floor(s.black * Fmt<F>::kPointScale + 0.5), w = std::floor(s.white * Fmt<F>::kPointScale + 0.5);
+        b = std::floor(s.black * Fmt<F>::kWhite + 0.5), w = std::floor(s.white * Fmt<F>::kWhite + 0.5);
 }
 
 // Stored value -> table units.
@@ -168,37 +169,23 @@ template <IMB_DataFormat F> void expectStored(double got, double want, const std
 // of values exactly representable in float; "RGBA" gets its alpha track.
 IMB_Lookup makeTable(int type, int n, std::vector<double> tracks[4], const Settings &s)
 {
-    IMB_Lookup lut;
-    lut.setType(T(type));
-    lut.setLogSampling(s.log);
-    lut.setTableSize(n);
-    lut.setDomain(s.dmin, s.dmax);
-    CRV_Clip clip;
-    clip.setTrackLength(n);
-    for (int c = 0; c < (type == IMB_LUT_RGBA ? 4 : 3); ++c)
+    auto curve = [n](int c, int i)
     {
-        double *t = clip.addTrack("t")->getData();
-        for (int i = 0; i < n; ++i)
-        {
-            const double x = static_cast<double>(i) / (n - 1);
-            const double y = c == 0 ? x * x : c == 1 ? std::sqrt(x) : c == 2 ? 1.0 - 0.8 * x : 0.1 + 1.1 * x;
-            t[i] = std::round(y * 4096.0) / 4096.0;
-        }
-        tracks[c].assign(t, t + n);
-    }
-    lut.setLUT(clip);
+        const double x = static_cast<double>(i) / (n - 1);
+        return std::round((c == 0 ? x * x : c == 1 ? std::sqrt(x) : c == 2 ? 1.0 - 0.8 * x : 0.1 + 1.1 * x) * 4096.0) / 4096.0;
+    };
+    IMB_Lookup lut = fill1D(T(type), n, curve, type == IMB_LUT_RGBA ? 4 : 3);
+    lut.setLogSampling(s.log);
+    lut.setDomain(s.dmin, s.dmax);
+    for (int c = 0; c < lut.getNumChannels(); ++c)
+        tracks[c] = track(lut, c);
     return lut;
 }
 
 template <typename Tag> class LookupApplyFormat : public ::testing::Test
 {
 };
-template <IMB_DataFormat F> struct FormatTag
-{
-    static constexpr IMB_DataFormat value = F;
-};
-using Formats = ::testing::Types<FormatTag<IMB_INT8>, FormatTag<IMB_INT16>, FormatTag<IMB_INT32>,
-                                 FormatTag<IMB_FLOAT32>, FormatTag<IMB_FLOAT16>>;
+using Formats = ::testing::Types<Fmt<IMB_INT8>, Fmt<IMB_INT16>, Fmt<IMB_INT32>, Fmt<IMB_FLOAT32>, Fmt<IMB_FLOAT16>>;
 struct FormatNames
 {
     template <typename Tag> static std::string GetName(int) { return IMBdataFormat(Tag::value); }
@@ -268,27 +255,24 @@ TYPED_TEST(LookupApplyFormat, CubesFollowTheTrilinearRuleOrLeave32BitIntegersAlo
     constexpr IMB_DataFormat F = TypeParam::value;
     const RefCube cube = randomCube(6, 11, -0.1f, 1.1f, true);
     const std::vector<double> pre = {0.0, 0.05, 0.3, 0.5, 0.9, 1.0};
-    for (int mode = 0; mode < 3; ++mode) // linear, log, pre-table
+    IMB_Lookup luts[3]; // linear, log, after a pre-table
+    luts[1].setLogSampling(true);
+    luts[2].setType(IMB_LUT_3D_1D);
+    luts[2].setTableSize(static_cast<int>(pre.size()));
+    std::copy(pre.begin(), pre.end(), luts[2].getRawLUT(T(32)));
+    for (int mode = 0; mode < 3; ++mode)
+    {
+        luts[mode].set3DLUT(cube.n, cube.v.data());
+        luts[mode].setDomain(mode == 1 ? 0.02f : mode == 2 ? -0.5f : 0.0f, mode == 2 ? 1.5f : 1.0f);
+    }
+    for (int mode = 0; mode < 3; ++mode)
         for (int k = 0; k < 4; ++k)
             for (int channel : {-1, 0, 3})
             {
-                Settings s = variant(k); // a linear cube ignores the domain this may set
-                IMB_Lookup lut;
-                if (mode == 2)
-                {
-                    lut.setType(IMB_LUT_3D_1D);
-                    lut.setTableSize(static_cast<int>(pre.size()));
-                    std::copy(pre.begin(), pre.end(), lut.getRawLUT(T(32)));
-                    s.dmin = -0.5f, s.dmax = 1.5f;
-                }
-                lut.set3DLUT(cube.n, cube.v.data());
-                if (mode == 1)
-                {
-                    lut.setLogSampling(true);
-                    s.log = true, s.dmin = 0.02f, s.dmax = 1.0f;
-                }
-                lut.setDomain(s.dmin, s.dmax);
-
+                const IMB_Lookup &lut = luts[mode];
+                Settings s = variant(k);
+                s.log = mode == 1;
+                lut.getDomain(s.dmin, s.dmax);
                 IMB_Raster r(PACK_RGBA, F, 31, 4, 1, 1);
                 fillRaster<F>(r, 21);
                 const IMB_Raster before(r);

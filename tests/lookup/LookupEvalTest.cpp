@@ -33,16 +33,9 @@ using namespace lookup_test;
 // A table of three distinct tracks of n samples.
 IMB_Lookup makeRgb(int n, std::vector<double> tracks[3])
 {
-    IMB_Lookup lut;
-    lut.setType(IMB_LUT_RGB);
-    lut.setTableSize(n);
+    IMB_Lookup lut = fill1D(IMB_LUT_RGB, n, [](int c, int i) { return c == 0 ? i * i : c == 1 ? std::sqrt(i) : 10.0 - i; });
     for (int c = 0; c < 3; ++c)
-    {
-        tracks[c].resize(n);
-        for (int i = 0; i < n; ++i)
-            tracks[c][i] = c == 0 ? i * i : (c == 1 ? std::sqrt(i) : 10.0 - i);
-        std::copy(tracks[c].begin(), tracks[c].end(), lut.getRawLUT(T(1 << c)));
-    }
+        tracks[c] = track(lut, c);
     return lut;
 }
 
@@ -85,17 +78,13 @@ TEST(LookupEval, BlocksResampleTheTrackAndMapToBlackAndWhite)
     lut.setRange(0.0f, 2.0f);
     const float raw[5] = {0.0f, 0.25f, 0.5f, 1.25f, 2.0f};
     // Points 0-255 scale; equal points, or points equal to the range, do not.
-    const struct
-    {
-        unsigned black, white;
-        float scale;
-    } points[] = {{0u, 255u, 127.5f}, {7u, 7u, 1.0f}, {0u, 2u, 1.0f}};
+    const float points[][3] = {{0, 255, 127.5f}, {7, 7, 1}, {0, 2, 1}}; // black, white, scale
     for (const auto &p : points)
     {
         float out[5];
-        ASSERT_TRUE(lut.evalLUT(IMB_LUT_G, 5, out, p.black, p.white));
+        ASSERT_TRUE(lut.evalLUT(IMB_LUT_G, 5, out, unsigned(p[0]), unsigned(p[1])));
         for (int i = 0; i < 5; ++i)
-            EXPECT_FLOAT_EQ(out[i], raw[i] * p.scale) << p.black << " " << p.white << " " << i;
+            EXPECT_FLOAT_EQ(out[i], raw[i] * p[2]) << p[0] << " " << p[1] << " " << i;
     }
 
     // The float form resamples [N from, N to - 1] without log sampling.

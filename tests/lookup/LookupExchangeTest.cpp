@@ -105,45 +105,40 @@ TEST(ExchangeBadFiles, AreRefusedWithTheLineAndLeaveNoTable)
     }
 }
 
-struct RefusalCase
+TEST_F(ExchangeFiles, WritersRefuseWhatTheirFormCannotHoldSayingWhyAndWriteNothing)
 {
-    const char *file;
-    IMB_Lookup (*make)();
-    const char *saying;
-};
-
-const RefusalCase theRefusals[] = {
-    {"a.cube", [] { IMB_Lookup l = table1D(true, 9, 0.01f, 1.0f); l.setLogSampling(true); return l; }, "logarithmically"},
-    {"a.csp", [] { IMB_Lookup l = shared(); l.setRange(0.0f, 1023.0f); return l; }, "output range is 0 to 1023"},
-    {"a.spi1d", [] { IMB_Lookup l = shared(); l.setType(IMB_LUT_ALL); return l; }, "alpha"},
-    {"a.cube", [] { IMB_Lookup l = shared(); l.setType(IMB_LUT_R); return l; }, "one channel"},
-    {"a.cube", [] { return IMB_Lookup(); }, "empty"},
-    {"a.spi3d", rgb, "1D table"},
-    {"a.3dl", rgb, "1D table"},
-    {"a.spi1d", cube5, "is a cube"},
-    {"a.spi3d", [] { return cubeWithPre(5, 7, 0.0f, 4.0f, false); }, "neither a domain nor a pre-table"},
-    {"a.spi3d", rampOver, "neither a domain nor a pre-table"},
-    {"a.3dl", rampOver, "no domain"},
-    {"a.3dl", [] { return cubeWithPre(5, 7, 0.0f, 1.0f, false); }, "one per cube edge"},
-    {"a.cube", [] { IMB_Lookup l = cube3D(3); l.setDomain(0.0f, 2.0f); return l; }, "not used"},
-    {"a.3dl", [] { std::vector<float> v = mixingCube(3); v[5] = 1.5f; IMB_Lookup l; l.set3DLUT(3, v.data()); return l; },
-     "outside 0 to 1"},
-};
-
-class ExchangeRefusals : public ScratchDir, public testing::WithParamInterface<RefusalCase>
-{
-};
-
-TEST_P(ExchangeRefusals, SayWhyAndWriteNothing)
-{
-    const RefusalCase &c = GetParam();
-    BAS_ErrorCapture capture;
-    EXPECT_FALSE(c.make().save(path(c.file).c_str(), false));
-    EXPECT_NE(capture.text().find(c.saying), std::string::npos) << capture.text();
-    EXPECT_FALSE(exists(path(c.file)));
+    const struct
+    {
+        const char *file;
+        IMB_Lookup (*make)();
+        const char *saying;
+    } cases[] = {
+        {"a.cube", [] { IMB_Lookup l = table1D(true, 9, 0.01f, 1.0f); l.setLogSampling(true); return l; },
+         "logarithmically"},
+        {"a.csp", [] { IMB_Lookup l = shared(); l.setRange(0.0f, 1023.0f); return l; }, "output range is 0 to 1023"},
+        {"a.spi1d", [] { IMB_Lookup l = shared(); l.setType(IMB_LUT_ALL); return l; }, "alpha"},
+        {"a.cube", [] { IMB_Lookup l = shared(); l.setType(IMB_LUT_R); return l; }, "one channel"},
+        {"a.cube", [] { return IMB_Lookup(); }, "empty"},
+        {"a.spi3d", rgb, "1D table"},
+        {"a.3dl", rgb, "1D table"},
+        {"a.spi1d", cube5, "is a cube"},
+        {"a.spi3d", [] { return cubeWithPre(5, 7, 0.0f, 4.0f, false); }, "neither a domain nor a pre-table"},
+        {"a.spi3d", rampOver, "neither a domain nor a pre-table"},
+        {"a.3dl", rampOver, "no domain"},
+        {"a.3dl", [] { return cubeWithPre(5, 7, 0.0f, 1.0f, false); }, "one per cube edge"},
+        {"a.cube", [] { IMB_Lookup l = cube3D(3); l.setDomain(0.0f, 2.0f); return l; }, "not used"},
+        {"a.3dl",
+         [] { std::vector<float> v = mixingCube(3); v[5] = 1.5f; IMB_Lookup l; l.set3DLUT(3, v.data()); return l; },
+         "outside 0 to 1"},
+    };
+    for (const auto &c : cases)
+    {
+        BAS_ErrorCapture capture;
+        EXPECT_FALSE(c.make().save(path(c.file).c_str(), false)) << c.saying;
+        EXPECT_NE(capture.text().find(c.saying), std::string::npos) << capture.text();
+        EXPECT_FALSE(exists(path(c.file))) << c.saying;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Writers, ExchangeRefusals, testing::ValuesIn(theRefusals));
 
 // (The row order and the 16-bit form are checked against OpenColorIO.)
 TEST_F(ExchangeFiles, ThreeDLFloatFormKeepsValuesAndDepthsAreTheOnesReadersInfer)

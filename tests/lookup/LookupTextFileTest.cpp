@@ -11,13 +11,6 @@ std::string saveText(const IMB_Lookup &lut)
     return writtenBy([&](FILE *fp) { return lut.save(fp); });
 }
 
-// The text after "LUT:\n".
-std::string blocksOf(const IMB_Lookup &lut)
-{
-    const std::string text = saveText(lut);
-    return text.substr(text.find("LUT:\n") + 5);
-}
-
 bool loadText(IMB_Lookup &lut, const std::string &text, std::string &messages, bool headerOnly = false)
 {
     return readFrom(text, messages, [&](FILE *fp) { return lut.load(fp, headerOnly); });
@@ -38,21 +31,6 @@ double throughG(double v)
     char text[64];
     std::snprintf(text, sizeof text, "%g", v);
     return static_cast<double>(std::strtof(text, nullptr));
-}
-
-// A 1D table of `type` with `size` samples per track (and `tracks` tracks
-// when given), track t holding f(t, i).
-template <typename F> void fill1D(IMB_Lookup &lut, IMB_LookupType type, int size, F f, int tracks = 0)
-{
-    lut.setType(type);
-    if (tracks)
-        lut.setNumChannels(tracks);
-    lut.setTableSize(size);
-    CRV_Clip clip = lut.getLUT();
-    for (int t = 0; t < clip.getNumTracks(); ++t)
-        for (int i = 0; i < size; ++i)
-            clip.getTrack(t)->getData()[i] = f(t, i);
-    lut.setLUT(clip);
 }
 
 // Cube entries of edge n in file order (red fastest).
@@ -83,7 +61,7 @@ TEST(LookupTextWriter, CaseTableWritesExactlyItsText)
         if (n && (type & IMB_LUT_3D))
             lut.set3DLUT(n, rampCube(n).data());
         else if (n)
-            fill1D(lut, T(type & 0xff), n, [](int t, int i) { return 10.0 * t + i; }, std::stoi(c[1]));
+            lut = fill1D(T(type & 0xff), n, [](int t, int i) { return 10.0 * t + i; }, std::stoi(c[1]));
         lut.setLogSampling(type & IMB_LUT_LOG_SAMPLING);
         lut.setLogBias(3.0f);
         lut.setSpecificFormat(static_cast<IMB_DataFormat>(std::stoi(c[3])));
@@ -140,8 +118,8 @@ TEST(LookupTextRoundTrip, OneDimensionalTablesComeBackAsPrintedWithG)
 {
     for (int type : {23, 39, 47, 1, 39 | IMB_LUT_LOG_SAMPLING})
     {
-        IMB_Lookup lut;
-        fill1D(lut, T(type & 0xff), 17, [](int t, int i) { return std::pow(i / 16.0, 1.0 / (2.2 + t)) * (1 + 1e-7 * i); });
+        IMB_Lookup lut =
+            fill1D(T(type & 0xff), 17, [](int t, int i) { return std::pow(i / 16.0, 1.0 / (2.2 + t)) * (1 + 1e-7 * i); });
         lut.setLogSampling(type & IMB_LUT_LOG_SAMPLING);
         lut.setSpecificFormat(IMB_INT16);
         lut.setDomain(0.125f, 1.0f / 3.0f);
