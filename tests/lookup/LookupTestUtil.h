@@ -173,15 +173,19 @@ template <typename Write> std::string writtenBy(Write write)
 }
 
 // Runs `read(FILE *)` over `bytes`; what it prints to standard error goes to
-// `messages`.
-template <typename Read> bool readFrom(const std::string &bytes, std::string &messages, Read read)
+// `messages`, or without them is expected to be nothing.
+template <typename Read> bool readFrom(const std::string &bytes, std::string *messages, Read read)
 {
     std::string copy = bytes;
     FILE *fp = copy.empty() ? std::tmpfile() : fmemopen(copy.data(), copy.size(), "rb");
     testing::internal::CaptureStderr();
     const bool ok = read(fp);
-    messages = testing::internal::GetCapturedStderr();
+    const std::string said = testing::internal::GetCapturedStderr();
     std::fclose(fp);
+    if (messages)
+        *messages = said;
+    else
+        EXPECT_EQ(said, "");
     return ok;
 }
 
