@@ -45,10 +45,7 @@ struct WrittenCase
 IMB_Lookup rgb1D() { return table1D(false, 1024, -0.25f, 2.0f); }
 IMB_Lookup shared1D() { return table1D(true, 4096, 0.0f, 1.0f); }
 IMB_Lookup cube33() { return cube3D(33); }
-IMB_Lookup logPre() { return cubeWithPre(17, 256, 0.0f, 8.0f, false); }
 IMB_Lookup rampPre() { return cubeWithPre(17, 2, -0.5f, 1.5f, true); }
-IMB_Lookup meshPre() { return cubeWithPre(17, 17, 0.0f, 1.0f, false); }
-IMB_Lookup logPre64() { return cubeWithPre(17, 64, 0.0f, 8.0f, false); }
 
 // The integer .3dl form quantises to 16 bits; the .csp shaper is resampled
 // into 65536 samples, exact at the pre-table's samples.
@@ -57,17 +54,17 @@ const WrittenCase theWrittenCases[] = {
     {"rgb1d.cube", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
     {"shared1d.cube", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
     {"cube33.cube", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
-    {"logpre.cube", logPre, 0.0f, 8.0f, 1e-6, 1e-4, IMB_LUT_3D_1D, 256, 17},
+    {"logpre.cube", [] { return cubeWithPre(17, 256, 0.0f, 8.0f, false); }, 0.0f, 8.0f, 1e-6, 1e-4, IMB_LUT_3D_1D, 256, 17},
     {"ramppre.cube", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
     {"ramp01.cube", [] { return cubeWithPre(17, 9, 0.0f, 1.0f, true); }, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 17},
     {"rgb1d.spi1d", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
     {"shared1d.spi1d", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
     {"cube33.spi3d", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
     {"cube33.3dl", cube33, 0.0f, 1.0f, 1.0 / 65535, 1e-4, IMB_LUT_3D, 0, 33},
-    {"meshpre.3dl", meshPre, 0.0f, 1.0f, 1e-3, 1e-4, IMB_LUT_3D_1D, 17, 17},
+    {"meshpre.3dl", [] { return cubeWithPre(17, 17, 0.0f, 1.0f, false); }, 0.0f, 1.0f, 1e-3, 1e-4, IMB_LUT_3D_1D, 17, 17},
     {"rgb1d.csp", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
     {"cube33.csp", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
-    {"logpre.csp", logPre64, 0.0f, 8.0f, 1e-4, 1e-4, IMB_LUT_3D_1D, 65536, 17},
+    {"logpre.csp", [] { return cubeWithPre(17, 64, 0.0f, 8.0f, false); }, 0.0f, 8.0f, 1e-4, 1e-4, IMB_LUT_3D_1D, 65536, 17},
     {"ramppre.csp", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
 };
 

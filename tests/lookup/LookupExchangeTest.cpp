@@ -1,5 +1,5 @@
 // The exchange files (".cube", ".spi1d", ".spi3d", ".3dl", ".csp"): header
-// facts, row orders, the readers' answers to malformed files, and the
+// facts, the 3dl options, the readers' answers to malformed files, and the
 // writers' refusals. What each table shape becomes after a trip through each
 // format, and agreement with OpenColorIO, are in LookupExchangeOCIOTest.cpp.
 #include "LookupTestUtil.h"

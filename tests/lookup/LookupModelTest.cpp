@@ -176,10 +176,6 @@ void *theLiveTexture = nullptr;
 
 TEST(LookupModel, TextureHandlesAreAnsweredAndReleasedOnlyThroughTheHooks)
 {
-    struct HookGuard
-    {
-        ~HookGuard() { IMB_IsTexture_cb = nullptr, IMB_DeleteTextures_cb = nullptr; }
-    } guard;
     int tex = 0, pre = 0;
     theDeleted.clear();
     {
@@ -204,6 +200,7 @@ TEST(LookupModel, TextureHandlesAreAnsweredAndReleasedOnlyThroughTheHooks)
     lut.clearTextureID();
     EXPECT_EQ(theDeleted, (std::vector<void *>{&tex}));
     EXPECT_EQ(lut.getTextureID(), nullptr);
+    IMB_IsTexture_cb = nullptr, IMB_DeleteTextures_cb = nullptr;
 }
 
 TEST(LookupBuilders, FillTrackZeroOfASharedTableWithTheirCurve)

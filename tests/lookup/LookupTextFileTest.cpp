@@ -80,12 +80,8 @@ TEST(LookupTextReader, CubeIsPaddedAsItsTriplesArriveAndEndOfFileInsideItIsASucc
 {
     const std::vector<float> rgb = mixingCube(3);
     std::string text = "Version 2\nType 3D\nLength 3\nLUT:\n{\n";
-    for (std::size_t i = 0; i < rgb.size(); i += 3)
-    {
-        char line[96];
-        std::snprintf(line, sizeof line, "%.9g %.9g %.9g\n", rgb[i], rgb[i + 1], rgb[i + 2]);
-        text += line;
-    }
+    for (std::size_t i = 0; i < rgb.size(); ++i) // one triple a line, each float exact
+        text += num(rgb[i]) + (i % 3 == 2 ? "\n" : " ");
     IMB_Lookup lut, cube;
     ASSERT_TRUE(loadText(lut, text + "}\n"));
     expectPaddedCube(lut, rgb, 3);
