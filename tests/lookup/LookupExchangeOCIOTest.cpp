@@ -1,27 +1,18 @@
 // The exchange files against OpenColorIO's own readers of the formats: a
-// table written here and loaded back is applied to the same float image here
-// and by OpenColorIO through a FileTransform of the same file; so are the
-// files OpenColorIO's baker wrote (tests/data/lookup/baked) and hand-written
-// ones (tests/data/lookup/exchange). 1D tables must
-// agree within 1e-5, cubes (trilinear on both sides) within 1e-4.
-//
-// The images are 512 x 512 (262,144 pixels) sweeping the table's domain with
-// a 5% margin on each side: red and green on a 512-step grid, blue scattered,
-// which puts several pixels in every cell of the largest cube tested (33).
-// One case runs on a 3840 x 2160 image.
-#include <IMB/IMB_Lookup.h>
+// table written here comes back with its kind, sizes and domain, and is
+// applied to the same float image here and by OpenColorIO through a
+// FileTransform of the same file; so are the files OpenColorIO's baker wrote
+// (tests/data/lookup/baked) and hand-written ones (tests/data/lookup/exchange).
+// 1D tables must agree within 1e-5, cubes (trilinear on both sides) within
+// 1e-4. The images are 512 x 512 sweeping the table's domain with a 5% margin
+// on each side, which puts several pixels in every cell of the largest cube
+// tested (33); cube33.cube also runs on a 3840 x 2160 image.
+#include "LookupTestUtil.h"
 
 #include <OpenColorIO/OpenColorIO.h>
-#include <gtest/gtest.h>
-
-#include "LookupExchangeTables.h"
-
-#include <cstdlib>
-#include <string>
-#include <unistd.h>
 
 namespace OCIO = OCIO_NAMESPACE;
-using namespace exchange_test;
+using namespace lookup_test;
 
 namespace
 {
@@ -41,56 +32,43 @@ std::vector<float> applyThroughOCIO(const std::string &dir, const std::string &f
     return out;
 }
 
-class ExchangeTempDir : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "imb_lut_exchange_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        myDir = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + myDir + "'").c_str()); }
-    std::string myDir;
-};
-
 struct WrittenCase
 {
     const char *name; // file name; its extension picks the format
     IMB_Lookup (*make)();
-    float lo, hi;       // domain swept by the image
-    double roundTrip;   // loaded back vs the original table
-    double agreement;   // this library vs OpenColorIO on the file
+    float lo, hi;            // the table's domain, swept by the image
+    double roundTrip;        // loaded back vs the original table
+    double agreement;        // this library vs OpenColorIO on the file
+    int type, size1D, size3D; // loaded back
 };
 
 IMB_Lookup rgb1D() { return table1D(false, 1024, -0.25f, 2.0f); }
 IMB_Lookup shared1D() { return table1D(true, 4096, 0.0f, 1.0f); }
 IMB_Lookup cube33() { return cube3D(33); }
-IMB_Lookup logPre() { return cubeWithPre(17, 256, 0.0f, 8.0f, false); }
 IMB_Lookup rampPre() { return cubeWithPre(17, 2, -0.5f, 1.5f, true); }
-IMB_Lookup meshPre() { return cubeWithPre(17, 17, 0.0f, 1.0f, false); }
-IMB_Lookup logPre64() { return cubeWithPre(17, 64, 0.0f, 8.0f, false); }
 
 // The integer .3dl form quantises to 16 bits; the .csp shaper is resampled
 // into 65536 samples, exact at the pre-table's samples.
+// A straight pre-table over 0-1 is no pre-table at all.
 const WrittenCase theWrittenCases[] = {
-    {"rgb1d.cube", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"shared1d.cube", shared1D, 0.0f, 1.0f, 1e-7, 1e-5},
-    {"cube33.cube", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"logpre.cube", logPre, 0.0f, 8.0f, 1e-6, 1e-4},
-    {"ramppre.cube", rampPre, -0.5f, 1.5f, 1e-6, 1e-4},
-    {"rgb1d.spi1d", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"shared1d.spi1d", shared1D, 0.0f, 1.0f, 1e-7, 1e-5},
-    {"cube33.spi3d", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"cube33.3dl", cube33, 0.0f, 1.0f, 1.0 / 65535, 1e-4},
-    {"meshpre.3dl", meshPre, 0.0f, 1.0f, 1e-3, 1e-4},
-    {"rgb1d.csp", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5},
-    {"cube33.csp", cube33, 0.0f, 1.0f, 0.0, 1e-4},
-    {"logpre.csp", logPre64, 0.0f, 8.0f, 1e-4, 1e-4},
-    {"ramppre.csp", rampPre, -0.5f, 1.5f, 1e-6, 1e-4},
+    {"rgb1d.cube", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"shared1d.cube", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
+    {"cube33.cube", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"logpre.cube", [] { return cubeWithPre(17, 256, 0.0f, 8.0f, false); }, 0.0f, 8.0f, 1e-6, 1e-4, IMB_LUT_3D_1D, 256, 17},
+    {"ramppre.cube", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
+    {"ramp01.cube", [] { return cubeWithPre(17, 9, 0.0f, 1.0f, true); }, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 17},
+    {"rgb1d.spi1d", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"shared1d.spi1d", shared1D, 0.0f, 1.0f, 1e-7, 1e-5, IMB_LUT_C, 4096, 0},
+    {"cube33.spi3d", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"cube33.3dl", cube33, 0.0f, 1.0f, 1.0 / 65535, 1e-4, IMB_LUT_3D, 0, 33},
+    {"meshpre.3dl", [] { return cubeWithPre(17, 17, 0.0f, 1.0f, false); }, 0.0f, 1.0f, 1e-3, 1e-4, IMB_LUT_3D_1D, 17, 17},
+    {"rgb1d.csp", rgb1D, -0.25f, 2.0f, 1e-7, 1e-5, IMB_LUT_RGB, 1024, 0},
+    {"cube33.csp", cube33, 0.0f, 1.0f, 0.0, 1e-4, IMB_LUT_3D, 0, 33},
+    {"logpre.csp", [] { return cubeWithPre(17, 64, 0.0f, 8.0f, false); }, 0.0f, 8.0f, 1e-4, 1e-4, IMB_LUT_3D_1D, 65536, 17},
+    {"ramppre.csp", rampPre, -0.5f, 1.5f, 1e-6, 1e-4, IMB_LUT_3D_1D, 2, 17},
 };
 
-class ExchangeWritten : public ExchangeTempDir, public testing::WithParamInterface<WrittenCase>
+class ExchangeWritten : public ScratchDir, public testing::WithParamInterface<WrittenCase>
 {
 };
 
@@ -98,91 +76,56 @@ TEST_P(ExchangeWritten, LoadsBackAndAgreesWithOpenColorIO)
 {
     const WrittenCase &c = GetParam();
     const IMB_Lookup original = c.make();
-    const std::string path = myDir + "/" + c.name;
-    ASSERT_TRUE(original.save(path.c_str(), false));
     IMB_Lookup loaded;
-    ASSERT_TRUE(loaded.load(path.c_str(), false));
+    ASSERT_TRUE(original.save(path(c.name).c_str(), false));
+    ASSERT_TRUE(loaded.load(path(c.name).c_str(), false));
+    EXPECT_EQ(std::vector<int>({loaded.getType(), loaded.get3DSize()}), std::vector<int>({c.type, c.size3D}));
+    if (c.size1D)
+        EXPECT_EQ(loaded.getTableSize(), c.size1D);
+    float lo, hi;
+    loaded.getDomain(lo, hi);
+    EXPECT_EQ(std::vector<float>({lo, hi}), std::vector<float>({c.lo, c.hi}));
 
-    const int w = 512, h = 512;
+    const bool uhd = std::string(c.name) == "cube33.cube";
+    const int w = uhd ? 3840 : 512, h = uhd ? 2160 : 512;
     const std::vector<float> image = sweepImage(w, h, c.lo, c.hi);
     const std::vector<float> ours = applyThroughRaster(loaded, image, w, h);
     EXPECT_LE(maxDifference(applyThroughRaster(original, image, w, h), ours), c.roundTrip);
     EXPECT_LE(maxDifference(applyThroughOCIO(myDir, c.name, image, w, h), ours), c.agreement);
 }
 
+// The file name as the test name, dots made underscores.
 INSTANTIATE_TEST_SUITE_P(Formats, ExchangeWritten, testing::ValuesIn(theWrittenCases),
-                         [](const testing::TestParamInfo<WrittenCase> &i) {
-                             std::string s = i.param.name;
-                             for (char &ch : s)
-                                 if (ch == '.')
-                                     ch = '_';
-                             return s;
+                         [](const testing::TestParamInfo<WrittenCase> &i)
+                         {
+                             std::string name = i.param.name;
+                             std::replace(name.begin(), name.end(), '.', '_');
+                             return name;
                          });
-
-TEST_F(ExchangeTempDir, CubeAgreesWithOpenColorIOOnA4KImage)
-{
-    const std::string path = myDir + "/cube33.cube";
-    ASSERT_TRUE(cube33().save(path.c_str(), false));
-    IMB_Lookup loaded;
-    ASSERT_TRUE(loaded.load(path.c_str(), false));
-    const int w = 3840, h = 2160;
-    const std::vector<float> image = sweepImage(w, h, 0.0f, 1.0f);
-    EXPECT_LE(maxDifference(applyThroughOCIO(myDir, "cube33.cube", image, w, h), applyThroughRaster(loaded, image, w, h)),
-              1e-4);
-}
-
-struct FileCase
-{
-    const char *folder; // under tests/data/lookup
-    const char *file;
-    float lo, hi;
-    double agreement;
-};
 
 // Files of OpenColorIO's baker, and hand-written ones that exercise the
 // readers' less common paths (mixed keywords, input ranges, a cube domain,
-// rows in any order, an uneven mesh, a curved shaper).
-const FileCase theFileCases[] = {
-    {"baked", "gamma22_resolve.cube", 0.0f, 1.0f, 1e-5},
-    {"baked", "graded_iridas.cube", 0.0f, 1.0f, 1e-4},
-    {"baked", "graded_shaper_resolve.cube", 0.0f, 8.0f, 1e-4},
-    {"baked", "graded_flame.3dl", 0.0f, 1.0f, 1e-4},
-    {"baked", "graded_lustre.3dl", 0.0f, 1.0f, 1e-4},
-    {"baked", "graded.csp", 0.0f, 1.0f, 1e-4},
-    {"baked", "graded_shaper.csp", 0.0f, 8.0f, 1e-4},
-    {"exchange", "title_domain.cube", 0.0f, 2.0f, 1e-5},
-    {"exchange", "shaper_range.cube", 0.0f, 4.0f, 1e-4},
-    {"exchange", "domain3d.cube", -1.0f, 2.0f, 1e-4},
-    {"exchange", "one_component.spi1d", -0.5f, 1.5f, 1e-5},
-    {"exchange", "three_components.spi1d", 0.0f, 1.0f, 1e-5},
-    {"exchange", "shuffled.spi3d", 0.0f, 1.0f, 1e-4},
-    {"exchange", "uneven_mesh.3dl", 0.0f, 1.0f, 1e-4},
-    {"exchange", "three_point.csp", 0.0f, 2.0f, 1e-4},
-    {"exchange", "straight.csp", 0.0f, 2.0f, 1e-5},
-};
-
-class ExchangeFile : public testing::TestWithParam<FileCase>
+// rows in any order, an uneven mesh, a curved shaper), each swept over the
+// domain it gives (ExchangeHeaders checks the domains read).
+TEST(ExchangeFile, CheckedInFilesLoadAndAgreeWithOpenColorIO)
 {
-};
-
-TEST_P(ExchangeFile, LoadsAndAgreesWithOpenColorIO)
-{
-    const FileCase &c = GetParam();
-    const std::string dir = std::string(IMB_TEST_DATA_DIR) + "/lookup/" + c.folder;
-    IMB_Lookup lut;
-    ASSERT_TRUE(lut.load((dir + "/" + c.file).c_str(), false));
-    const int w = 512, h = 512;
-    const std::vector<float> image = sweepImage(w, h, c.lo, c.hi);
-    EXPECT_LE(maxDifference(applyThroughOCIO(dir, c.file, image, w, h), applyThroughRaster(lut, image, w, h)),
-              c.agreement);
+    for (const char *name : {"baked/gamma22_resolve.cube", "baked/graded_iridas.cube", "baked/graded_shaper_resolve.cube",
+                             "baked/graded_flame.3dl", "baked/graded_lustre.3dl", "baked/graded.csp",
+                             "baked/graded_shaper.csp", "exchange/title_domain.cube", "exchange/shaper_range.cube",
+                             "exchange/domain3d.cube", "exchange/one_component.spi1d", "exchange/three_components.spi1d",
+                             "exchange/shuffled.spi3d", "exchange/uneven_mesh.3dl", "exchange/three_point.csp",
+                             "exchange/straight.csp"})
+    {
+        const std::string file = dataPath(name), dir = file.substr(0, file.rfind('/'));
+        IMB_Lookup lut;
+        ASSERT_TRUE(lut.load(file.c_str(), false)) << name;
+        float lo, hi;
+        lut.getDomain(lo, hi);
+        const std::vector<float> image = sweepImage(512, 512, lo, hi);
+        EXPECT_LE(maxDifference(applyThroughOCIO(dir, file.substr(dir.size() + 1), image, 512, 512),
+                                applyThroughRaster(lut, image, 512, 512)),
+                  lut.is3DLUT() ? 1e-4 : 1e-5)
+            << name;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Files, ExchangeFile, testing::ValuesIn(theFileCases),
-                         [](const testing::TestParamInfo<FileCase> &i) {
-                             std::string s = i.param.file;
-                             for (char &ch : s)
-                                 if (ch == '.')
-                                     ch = '_';
-                             return s;
-                         });
 } // namespace
