@@ -9,20 +9,6 @@
 #include <limits>
 #include <thread>
 
-// Thread-sanitizer builds: the pool's own bookkeeping synchronises inside the
-// uninstrumented oneTBB binary, so the sanitizer reports its header-side
-// accesses as races. Only frames of that bookkeeping are suppressed.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-extern "C" const char *__tsan_default_suppressions()
-{
-    return "race:tbb::detail::d1::fold_tree\nrace:tbb::detail::d1::start_for*::finalize\n"
-           "race:tbb::detail::d1::start_for*::offer_work\nrace:tbb::detail::d1::wait_context\n"
-           "race:tbb::detail::d1::affinity_slot\n";
-}
-#endif
-#endif
-
 namespace
 {
 using namespace lookup_test;
