@@ -367,6 +367,18 @@ void walkFloat3D(const Lut3DParams &p, const LutSpan &span)
 // interpolation step, one per 128-bit half. An axis whose fraction is
 // within kCubeSkip takes the lower sample as is (fractions are never
 // negative here), selected per half. Alpha is written back as it was.
+// n pixels of RGBA from px through the scalar rule (a NaN among them).
+inline void scalarCubePixels(const Lut3DParams &p, float *px, int n)
+{
+    LutSpan span;
+    span.comp[0] = px;
+    span.comp[1] = px + 1;
+    span.comp[2] = px + 2;
+    span.step = 4;
+    span.count = n;
+    walkFloat3D<CubeInput::Linear, true>(p, span);
+}
+
 void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
 {
     constexpr int64 kBlock = 32; // a multiple of 8
@@ -446,14 +458,7 @@ void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
             float *px = block + 4 * j;
             if ((cell[j] | cell[j + 1] | cell[j + 2] | cell[j + 3]) < 0)
             {
-                // A pixel with a NaN: the four go through the scalar rule.
-                LutSpan four;
-                four.comp[0] = px;
-                four.comp[1] = px + 1;
-                four.comp[2] = px + 2;
-                four.step = 4;
-                four.count = 4;
-                walkFloat3D<CubeInput::Linear, true>(p, four);
+                scalarCubePixels(p, px, 4); // a pixel with a NaN among the four
                 continue;
             }
             const float *c0 = cube + cell[j], *c1 = cube + cell[j + 1], *c2 = cube + cell[j + 2],
@@ -490,14 +495,7 @@ void walkFloat3DRGBA(const Lut3DParams &p, float *data, int64 count)
             float *px = block + 4 * j;
             if ((cell[j] | cell[j + 1]) < 0)
             {
-                // A pixel with a NaN: the pair goes through the scalar rule.
-                LutSpan pair;
-                pair.comp[0] = px;
-                pair.comp[1] = px + 1;
-                pair.comp[2] = px + 2;
-                pair.step = 4;
-                pair.count = 2;
-                walkFloat3D<CubeInput::Linear, true>(p, pair);
+                scalarCubePixels(p, px, 2); // a pixel with a NaN in the pair
                 continue;
             }
             const float *a = cube + cell[j], *b = cube + cell[j + 1];
